@@ -1,0 +1,55 @@
+# The tests that run something: unit tests, request cases, folders of tests/ with pytest tests.
+# shellcheck shell=bash
+: "${ROOT:?}" "${BUILD:?}" "${RESULTS:?}"
+
+# The names that the tests are chosen by; none means everything.
+chosen=()
+
+# Fills the array `only` with the choice of unit tests: whole programs or, when no program has such
+# a name, the tests in all of them whose name matches.
+choose_unit_tests() { # BUILD
+    local IFS
+    only=()
+    ((${#chosen[@]} > 0)) || return 0
+    IFS='|'
+    if [[ $(ctest --test-dir "$BUILD/$1" --show-only -R "${chosen[*]}") == *'Test '*'#'* ]]; then
+        only=(-R "${chosen[*]}")
+    else
+        IFS=:
+        export GTEST_FILTER="${chosen[*]/#/*}"
+        GTEST_FILTER="${GTEST_FILTER//:/*:}*"
+    fi
+}
+
+# The unit tests of a build. Each test program writes its own results; ctest, how it ended.
+unit_tests() { # RESULT BUILD
+    build "$2" || return
+    local only
+    choose_unit_tests "$2"
+    GTEST_OUTPUT=xml:$RESULTS/$1/ ctest --test-dir "$BUILD/$2" -j "$(nproc)" \
+        --output-on-failure --output-junit "$RESULTS/$1.xml" "${only[@]}"
+}
+
+# pytest with as many processes as there are processors.
+run_pytest() { # RESULT ARGUMENT...
+    local result=$1 status=0
+    shift
+    (cd "$ROOT" && /usr/bin/python3 -m pytest -q -n "$(nproc)" -p no:cacheprovider \
+        --junit-xml="$RESULTS/$result.xml" "$@") || status=$?
+    # 5 says that no test was chosen.
+    ((status == 5 && ${#chosen[@]} > 0)) || return "$status"
+}
+
+# The request cases on one program.
+request_cases() { # RESULT PROGRAM
+    run_pytest "$1" tests/cases --program "$ROOT/$2" "${chosen[@]/#/--only=}"
+}
+
+# The tests of a folder of tests/.
+folder_tests() { # RESULT FOLDER
+    local name choice=
+    for name in "${chosen[@]}"; do
+        choice+="${choice:+ or }$name"
+    done
+    run_pytest "$1" "$2" ${choice:+-k "$choice"}
+}
