@@ -1,0 +1,4 @@
+// The yardstick of the measurements: a program that does nothing.
+int main(void) {
+    return 0;
+}
