@@ -1,0 +1,31 @@
+"""What the tests of the contract share: its commands, and the records of all request cases."""
+
+import os
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+
+import match  # noqa: E402
+import record  # noqa: E402
+from cpectl_sim import places  # noqa: E402
+
+
+@pytest.fixture(scope="session", name="commands")
+def read_commands():
+    return match.contract.commands()
+
+
+@pytest.fixture(scope="session", name="program")
+def find_program():
+    return places.find().program
+
+
+@pytest.fixture(scope="session", name="records")
+def make_records(tmp_path_factory):
+    """The records of all requests; several test processes share one set."""
+    directory = tmp_path_factory.getbasetemp()
+    return record.shared_records(directory.parent if "PYTEST_XDIST_WORKER" in os.environ
+                                 else directory)
