@@ -1,0 +1,101 @@
+"""The Debian packages: built, seen by lintian, installed in a clean system, and run there."""
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+
+import pytest
+from conftest import BUILD, ROOT, run
+
+pytestmark = pytest.mark.slow
+
+# With the new system as the root of a mount namespace of its own, as a container has it. (In a mere
+# chroot whose root is no mount point, namespaces cannot be made.)
+ENTER = ["unshare", "--mount", "--pid", "--fork", "sh", "-ec", """
+    mount --make-rprivate /
+    mount --bind "$0" "$0"
+    mount -t proc proc "$0/proc"
+    mount --rbind /dev "$0/dev"
+    mkdir -p "$0/.old"
+    cd "$0"
+    pivot_root . .old
+    umount -l .old
+    cd /
+    exec "$@"
+"""]
+
+
+def archive():
+    """The archive that this machine installs from, as tools/dev/sysroot.sh finds it."""
+    sources = [path.read_text() for path in sorted(pathlib.Path("/etc/apt").rglob("*"))
+               if path.suffix in (".sources", ".list")]
+    found = re.search(r"^(?:deb|URIs:) .*?(http\S+)", "\n".join(sources), re.MULTILINE)
+    return found and found[1]
+
+
+@pytest.fixture(scope="module")
+def packages():
+    if not shutil.which("lintian"):
+        pytest.skip("lintian is not installed")
+    run(ROOT / "dev", "package", "debian")
+    return sorted(path for path in (BUILD / "package/debian").glob("*.deb")
+                  if "dbgsym" not in path.name)
+
+
+@pytest.fixture(scope="module")
+def system(packages, tmp_path_factory):
+    """A function that runs a command in a minimal system with the packages."""
+    if not shutil.which("mmdebstrap") or os.geteuid() != 0:
+        pytest.skip("needs mmdebstrap and root")
+    if not archive():
+        pytest.skip("no Debian archive in this machine's apt sources")
+    root = tmp_path_factory.mktemp("system") / "root"
+    names = " ".join(str(path) for path in packages)
+    run("mmdebstrap", "--quiet", "--variant=minbase", f"--customize-hook=copy-in {names} /tmp",
+        "--customize-hook=chroot \"$1\" sh -c "
+        "'apt-get install -qy --no-install-recommends /tmp/*.deb'",
+        "bookworm", root, f"deb {archive()} bookworm main")
+
+    def inside(*command):
+        return subprocess.run([*ENTER, root, *command], capture_output=True, text=True, check=False)
+    yield inside
+    shutil.rmtree(root)
+
+
+def test_four_packages(packages):
+    assert [path.name.split("_")[0] for path in packages] == [
+        "cpectl-doc", "cpectl-sim", "cpectl", "libcpectl-platform"]
+
+
+def test_lintian_has_nothing_to_say(packages):
+    (changes,) = packages[0].parent.glob("*.changes")
+    assert run("lintian", "--allow-root", "--fail-on", "error,warning", changes) == ""
+
+
+BASE_INFO = ('{"fun":"getBaseInfo","stat":"ok","cbk":{"platform":"QRX300",'
+             '"fwVersion":"1.2.3-20260815"}}\n')
+
+
+def test_the_emulated_gateway_answers(system):
+    done = system("cpectl-sim", "getBaseInfo")
+    assert (done.returncode, done.stdout, done.stderr) == (0, BASE_INFO, "")
+
+
+def test_the_emulated_gateway_answers_a_plain_user(system):
+    done = system("setpriv", "--reuid", "1000", "--regid", "1000", "--clear-groups",
+                  "env", "HOME=/tmp/home", "cpectl-sim", "getBaseInfo")
+    assert (done.returncode, done.stdout, done.stderr) == (0, BASE_INFO, "")
+
+
+def test_the_trace_works_there(system):
+    done = system("cpectl-sim", "--fresh", "--trace", "devNmSet", '{"devNm":"office"}')
+    assert "call    nvram_set HOSTNAME office  -> 0\n" in done.stdout
+
+
+def test_the_program_finds_the_stock_libraries(system):
+    done = system("sh", "-c", "nvram set HOSTNAME=office; cpectl gwDevListGet")
+    assert '"devNm":"office"' in done.stdout
+    done = system("sh", "-c", "mkdir -p /disk/conf; cpectl-platform-check nvram mvram")
+    assert done.returncode == 0, done.stdout
+    assert re.search(r"loaded from /usr/lib/\S+/cpectl/libmvram.so", done.stdout)
