@@ -60,7 +60,8 @@ USERS = b"ann secret\nbob secret\n"
 FILES = {
     "/disk/conf/ipsec.cfg": TUNNELS,
     "/disk/conf/pptpuser.cfg": USERS,
-    "/tmp/pptp_clients": b"1 ann 192.0.2.1 192.0.2.2 192.0.2.3\n2 bob 192.0.2.1 192.0.2.4 198.51.100.1\n",
+    "/tmp/pptp_clients": b"1 ann 192.0.2.1 192.0.2.2 192.0.2.3\n"
+                         b"2 bob 192.0.2.1 192.0.2.4 198.51.100.1\n",
     "/etc/router.ver": b"SW_VERSION= V1.2 b\nSW_DATE=20260101\n",
     "/etc/cpectl.cfg": b"</CP_SW_VERSION> old\n</CP_SW_MODEL> old\nkept\n",
     "/var/run/cpectl/nvram": "".join(f"{key}={value}\n" for key, value in NVRAM.items()).encode(),

@@ -67,7 +67,8 @@ FAULTS = {
        for name in ("nvram", "mvram", "netlink", "hostsort", "wum")},
     "files missing": ("", "rm -f " + " ".join(FILES), {}),
     "folders in the place of files": ("", folders_as_files(
-        [*(path for path in FILES if not path.endswith("ram")), "/sys/module/fc/parameters/active_host", "/etc/hosts"]), {}),
+        [*(path for path in FILES if not path.endswith("ram")),
+         "/sys/module/fc/parameters/active_host", "/etc/hosts"]), {}),
     "files that may not be opened": ("", "chmod 0 " + " ".join(FILES), {"handicap": "rights"}),
     "folders that may not be written": ("", "chmod 0555 /tmp /disk/conf /etc /var/run/cpectl",
                                         {"handicap": "rights"}),

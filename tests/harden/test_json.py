@@ -63,6 +63,3 @@ def test_the_slack_would_be_noticed(gateway):
     gateway.prepare("[script /usr/sbin/webserv.sh]\n    sleep 0.7")
     answer, = gateway.run([Request(["setAdmPass", '{"admPass":"a"}'])])
     assert answer.seconds > 0.7
-
-
-

@@ -121,9 +121,11 @@ class Gateway:
             self.status += printed(section)
 
 
+NAME = re.compile(r'"(?:tunName|userName|tunCfg|userCfg)" *: *"([^"]*)"')
+
+
 def names_in(arguments):
-    return [text.to_bytes(name) for argument in arguments[1:]
-            for name in re.findall(r'"(?:tunName|userName|tunCfg|userCfg)" *: *"([^"]*)"', argument)]
+    return [text.to_bytes(name) for argument in arguments[1:] for name in NAME.findall(argument)]
 
 
 def seeds_of(step, commands):
