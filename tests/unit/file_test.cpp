@@ -114,6 +114,7 @@ TEST(FolderLock, WaitsForItsTurn) {
     const int lock = folder_lock(file.c_str());
     const pid_t child = fork();
     if (child == 0) {
+        close(lock);  // its own copy, or it would wait for itself
         folder_unlock(folder_lock(file.c_str()));
         _exit(0);
     }
