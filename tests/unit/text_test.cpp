@@ -172,10 +172,14 @@ TEST(Text, FindsTheFirstPlace) {
         std::size_t place;
     };
     constexpr Case kCases[] = {
-        {"at the start", "abcabc", "abc", 0},          {"in the middle", "xabcabc", "abc", 1},
-        {"at the very end", "xxabc", "abc", 2},        {"after a false start", "aab", "ab", 1},
-        {"nowhere gives the size", "abcab", "abd", 5}, {"cut off at the end", "xxab", "abc", 4},
-        {"longer than the text", "ab", "abc", 2},      {"in nothing", "", "a", 0},
+        {"at the start", "abcabc", "abc", 0},
+        {"in the middle", "xabcabc", "abc", 1},
+        {"at the very end", "xxabc", "abc", 2},
+        {"after a false start", "aab", "ab", 1},
+        {"nowhere gives the size", "abcab", "abd", 5},
+        {"cut off at the end", "xxab", "abc", 4},
+        {"longer than the text", "ab", "abc", 2},
+        {"in nothing", "", "a", 0},
         {"no text at all", {}, "a", 0},
     };
     for (const Case& c : kCases) {
