@@ -8,7 +8,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 GOOD = '<testcase classname="a.b" name="good"/>'
 BAD = '<testcase classname="a.b" name="bad"><failure message="m">the reason</failure></testcase>'
-SKIPPED = '<testcase classname="a.b" name="s"><skipped message="a.cpp:3&#10;no data here"/></testcase>'
+SKIPPED = ('<testcase classname="a.b" name="s"><skipped message="a.cpp:3&#10;no data here"/>'
+           '</testcase>')
 CRASHED = ('<testcase name="unit.text" status="fail"><failure message=""/>'
            '<system-out>Segmentation fault</system-out></testcase>')
 ENDED_BADLY = ('<testcase name="unit.log" status="fail"><failure message=""/>'

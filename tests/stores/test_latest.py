@@ -81,7 +81,7 @@ def test_its_own_change_is_seen(stores):
 
 
 def test_changes_in_quick_succession_are_seen(stores):
-    """Contents of one size, made within one tick of the file system's clock, by hand and by sets."""
+    """Contents of one size, made within one tick of the file system's clock, by hand and by set."""
     library = stores.library()
     stores.write(stores.running, b"K=---\n")
     with open(stores.running, "r+b", buffering=0) as file:
