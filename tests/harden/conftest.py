@@ -1,4 +1,8 @@
-"""What the tests of this folder share: gateways that take many requests at once."""
+"""What the tests of this folder share: gateways that take many requests at once, and figures.
+
+A test states with the fixture `figure` how much it tried; the lines are printed at the end, and
+`./dev harden` shows them.
+"""
 
 import shutil
 import sys
@@ -14,6 +18,21 @@ import rig  # noqa: E402
 @pytest.fixture(scope="session", name="parts")
 def make_parts(tmp_path_factory):
     return rig.Parts(tmp_path_factory.mktemp("parts"))
+
+
+@pytest.fixture(name="figure")
+def make_figure(record_property):
+    def state(text):
+        record_property("figure", text)
+
+    return state
+
+
+def pytest_terminal_summary(terminalreporter):
+    for report in terminalreporter.getreports("passed"):
+        for name, text in report.user_properties:
+            if name == "figure":
+                terminalreporter.write_line(f"figure: {text}")
 
 
 @pytest.fixture(name="gateway")

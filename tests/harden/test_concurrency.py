@@ -123,7 +123,7 @@ def added(gateway, name, letter, line):
     return [line.replace("@", f"{letter}{number}") for number in range(1, done + 1)]
 
 
-def test_mixed_commands_at_once(gateway):
+def test_mixed_commands_at_once(gateway, figure):
     run_all(gateway)
     total = sum(check_answers(gateway, name) for name in WORKERS)
     running, committed, second = map(gateway.store, ("nvram", "committed", "mvram"))
@@ -150,4 +150,4 @@ def test_mixed_commands_at_once(gateway):
             for label in ("CP_SW_VERSION", "CP_SW_MODEL", "CP_HW_ADDRESS")] == [1, 1, 1], identity
     assert "kept\n" in identity
     assert not [name for name in gateway.names() if ".new" in name or "tmp_write" in name]
-    print(f"{total} requests of {len(WORKERS)} processes in {SECONDS} s")
+    figure(f"{total} requests of {len(WORKERS)} processes in {SECONDS} s")

@@ -209,7 +209,7 @@ PLACES = {
 
 
 @pytest.mark.parametrize("place", PLACES)
-def test_a_value_reaches_its_script_as_one_word(gateway, place, record_property):
+def test_a_value_reaches_its_script_as_one_word(gateway, place, figure):
     found = PLACES[place]
     texts = payloads.chosen(list(PLACES).index(place))
     values = [longest(lambda value: found.arguments(value)[-1], text) for text in texts]
@@ -228,8 +228,7 @@ def test_a_value_reaches_its_script_as_one_word(gateway, place, record_property)
         assert len(answer.shells()) == expected.shells, (value, answer.shells())
         assert answer.ending == "exit 0" or isinstance(found, Identity), value
     assert gateway.names() - before <= found.names
-    record_property("texts", len(values))
-    print(f"{place}: {len(values)} texts")
+    figure(f"{place}: {len(values)} texts")
     assert len(values) >= 30
     if not payloads.shared():
         pytest.skip(f"{len(values)} own texts passed; the shared lists are not at {rig.DATA}")

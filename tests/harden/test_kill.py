@@ -126,7 +126,7 @@ def what_is_usual(gateway, command):
 
 @pytest.mark.parametrize("power", ["", "all "], ids=["alone", "with its children"])
 @pytest.mark.parametrize("command", WRITERS)
-def test_killed_at_each_system_call(gateway, command, power):
+def test_killed_at_each_system_call(gateway, command, power, figure):
     commands.prepare(gateway)
     before, after, calls = what_is_usual(gateway, command)
     offset = WRITERS.index(command) % STEP
@@ -144,8 +144,8 @@ def test_killed_at_each_system_call(gateway, command, power):
             raise AssertionError(f"killed at call {turn} (number {killed.last_call}) of {calls}: "
                                  f"{error}") from None
         seen.update(differing(before, after, killed.shown))
-    print(f"{command}, {power or 'alone'}: {len(turns)} of {calls} calls; left: "
-          f"{json.dumps(sorted(seen))}")
+    figure(f"{command} killed {'with its children' if power else 'alone'}: {len(turns)} of {calls} "
+           f"calls; in between: {json.dumps(sorted(seen))}")
 
 
 def differing(before, after, now):

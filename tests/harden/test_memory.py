@@ -55,7 +55,7 @@ def usual_answers(gateway, command):
 
 
 @pytest.mark.parametrize("command", COMMANDS)
-def test_an_allocation_of_the_program_fails(gateway, library, command):
+def test_an_allocation_of_the_program_fails(gateway, library, command, figure):
     commands.prepare(gateway)
     gateway.bring(library)
     usual = usual_answers(gateway, command)
@@ -70,12 +70,12 @@ def test_an_allocation_of_the_program_fails(gateway, library, command):
             assert answer.calls() == usual[seen], f"{turn}: an answer for work that was not done"
         assert not answer.stderr or b"Sanitizer" not in answer.stderr
     assert count > 3 or command in ("checkOta", "localcfgUpdate")
-    print(f"{command}: {len(turns)} of {count} allocations")
+    figure(f"{command}: {len(turns)} of {count} allocations of the program")
 
 
 @pytest.mark.skipif(not LONG, reason="in the long form only (./dev harden)")
 @pytest.mark.parametrize("command", COMMANDS)
-def test_any_allocation_of_the_process_fails(gateway, library, command):
+def test_any_allocation_of_the_process_fails(gateway, library, command, figure):
     """Those of the C library, of the platform libraries and of libcurl, too: what they do then is
     theirs to say, but the program answers or is silent."""
     commands.prepare(gateway)
@@ -89,4 +89,4 @@ def test_any_allocation_of_the_process_fails(gateway, library, command):
         silent = answer.ending == "exit 255" and \
             (not answer.stdout or commands.LOCALCFG.fullmatch(answer.stdout))
         assert whole or silent or other, (turn, count, answer)
-    print(f"{command}: {len(turns)} of {count} allocations of all")
+    figure(f"{command}: {len(turns)} of {count} allocations of the process")
