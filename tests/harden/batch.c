@@ -12,7 +12,8 @@
 //             mode forbids it), "children" (being told of their end), or a number: so many files
 //             may be open
 //   k NUMBER  kills the program when it is about to make this system call, counted from 1; with
-//             "all NUMBER", what it started dies with it, as when the power goes; 0: only counts
+//             "all NUMBER", what it started dies with it, as when the power goes; with
+//             "NUMBER SIGNAL" it gets this signal instead; 0: only counts
 //   s PATH                                  shows the file, or lists the folder, after the request
 //   r                                       runs the program with the arguments so far
 //
@@ -213,11 +214,13 @@ struct Traced {
     long last;  // the kernel's number of the last system call
 };
 
-// Follows the program from its start (not what it starts itself) to its end, and kills it at a
-// system call.
+// Follows the program from its start (not what it starts itself) to its end, and kills it, or sends
+// it a signal, at a system call.
 static struct Traced program_trace(pid_t program, const char* kill_at, int* status) {
     const bool everything = strncmp(kill_at, "all ", 4) == 0;
-    const long at = atol(everything ? kill_at + 4 : kill_at);
+    char* rest;
+    const long at = strtol(everything ? kill_at + 4 : kill_at, &rest, 10);
+    const int sent = *rest ? atoi(rest) : SIGKILL;
     struct Traced traced = {0};
     bool started = false;
     bool inside = false;
@@ -232,7 +235,7 @@ static struct Traced program_trace(pid_t program, const char* kill_at, int* stat
                 ptrace(PTRACE_GET_SYSCALL_INFO, program, sizeof info, &info);
                 traced.last = (long)info.entry.nr;
                 if (++traced.calls == at) {
-                    kill(program, SIGKILL);
+                    kill(program, sent);
                     if (everything) children_kill();
                 }
             }

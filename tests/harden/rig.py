@@ -32,7 +32,7 @@ class Request:
     environment: dict = field(default_factory=dict)
     output: str = None    # "closed", "full", "broken-pipe"
     handicap: str = None  # "rights", "children", or how many files may be open; see batch.c
-    kill: str = None      # "NUMBER" or "all NUMBER": dies at this system call; "0": counts them
+    kill: str = None      # "NUMBER", "all NUMBER" or "NUMBER SIGNAL": at a system call; see batch.c
     shown: list = field(default_factory=list)  # files to be read, folders to be listed afterwards
 
 
