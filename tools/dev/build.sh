@@ -1,6 +1,9 @@
-# help: build [NAME] -- builds the release, build/cpectl (or NAME: debug, asan)
+# help: build [NAME] -- builds the release, build/cpectl (or NAME: debug, asan, fuzz)
 # shellcheck shell=bash
 
 packages_need build
-[[ ${1:-} != asan && ${1:-} != debug ]] || packages_need build test
+case ${1:-} in
+    asan | debug) packages_need build test ;;
+    fuzz) packages_need build fuzz ;;
+esac
 build "${1:-release}"

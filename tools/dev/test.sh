@@ -52,7 +52,7 @@ while (($# > 0)); do
     shift
 done
 
-packages_need build run test lint ${target:+cross "$target"}
+packages_need build run test lint fuzz ${target:+cross "$target"}
 if [[ -z $target ]] && ((${#chosen[@]} == 0)); then
     # Not everywhere can these be had; the tests that need them say so.
     (packages_need cross armhf mipsel) || true

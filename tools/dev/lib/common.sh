@@ -92,7 +92,7 @@ packages_need() {
 # Fills the array `options` with how CMake configures the build folder build/NAME.
 configure_options() {
     case $1 in
-        debug | release | asan | armhf | mipsel | mips | musl) options=(--preset "$1") ;;
+        debug | release | asan | fuzz | armhf | mipsel | mips | musl) options=(--preset "$1") ;;
         types) # A char without sign, and a time_t of 64 bits on a 32-bit machine.
             options=(--preset armhf -B "$BUILD/$1" -DCPECTL_UNSIGNED_CHAR=ON -DCPECTL_TIME64=ON) ;;
         unit) # Only the unit tests, with the flags of the release.
