@@ -10,10 +10,6 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BUILD = ROOT / "build"
 
 
-def pytest_configure(config):
-    config.addinivalue_line("markers", "slow: only with CPECTL_SLOW_TESTS=1")
-
-
 def pytest_collection_modifyitems(items):
     if os.environ.get("CPECTL_SLOW_TESTS"):
         return

@@ -7,6 +7,7 @@ import shutil
 import subprocess
 import sysconfig
 
+import once
 import pytest
 from conftest import BUILD, ROOT, dynamic, files_of, run
 
@@ -26,11 +27,14 @@ class Feed:
         self.stub = folder / "stub"
         self.stage = folder / "stage"
         self.installed = folder / "installed"
+
+    def lay_out(self):
         self.stub.mkdir(parents=True)
         self.stage.mkdir()
         shutil.copy(HERE / "openwrt.mk", self.stub / "rules.mk")
         for name in ("package.mk", "cmake.mk"):
             (self.stub / name).touch()
+        return self
 
     def make(self, target, folder=FEED, name=""):
         """Makes a target. A variable that nobody defines is an error: it is a slip of the pen."""
@@ -46,38 +50,43 @@ class Feed:
     def show(self, name):
         return self.make("show", name=name).strip()
 
-    def build(self):
-        """Builds with the Makefile's options and puts the packages together."""
+    def build(self, folder):
+        """Builds in a folder with the Makefile's options, and installs what was built."""
         options = re.findall(r"-D\S+", self.show("CMAKE_OPTIONS"))
-        folder = BUILD / "package/openwrt-build"
         run("cmake", "-S", ROOT, "-B", folder, "-G", "Ninja", "-DCMAKE_INSTALL_PREFIX=/usr",
             *options)
         run("ninja", "-C", folder)
         run("cmake", "--install", folder, env={**os.environ, "DESTDIR": str(self.installed)})
 
 
-@pytest.fixture(scope="module")
+def built(factory, name, config, *targets):
+    """The feed of a configuration, built and put together once a run for all its processes. The
+    folder of the build, one for each configuration, stays for the next run."""
+    build = BUILD / f"package/openwrt-{name}"
+
+    def make(folder):
+        feed = Feed(folder, config).lay_out()
+        with once.turn(build.with_name(build.name + ".lock")):  # another run may be at work there
+            feed.build(build)
+        for target in targets:
+            feed.make(target)
+    return Feed(once.folder(factory, f"openwrt-{name}", make), config)
+
+
+@pytest.fixture(scope="session")
 def vendor(tmp_path_factory):
-    feed = Feed(tmp_path_factory.mktemp("vendor"), VENDOR)
-    feed.build()
-    feed.make("install-cpectl")
-    return feed
+    return built(tmp_path_factory, "vendor", VENDOR, "install-cpectl")
 
 
-@pytest.fixture(scope="module")
-def stock(tmp_path_factory, vendor):  # after it: both use one build folder
-    assert vendor
-    feed = Feed(tmp_path_factory.mktemp("stock"), STOCK)
-    feed.build()
-    for name in ("cpectl", "cpectl-platform"):
-        feed.make(f"install-{name}")
-    feed.make("install-dev")
-    return feed
+@pytest.fixture(scope="session")
+def stock(tmp_path_factory):
+    return built(tmp_path_factory, "stock", STOCK, "install-cpectl", "install-cpectl-platform",
+                 "install-dev")
 
 
 @pytest.fixture
 def fields(tmp_path):
-    return Feed(tmp_path, STOCK)
+    return Feed(tmp_path, STOCK).lay_out()
 
 
 def test_fields(fields):
@@ -116,7 +125,7 @@ def test_choices_are_declared_and_lead_to_a_new_build(fields):
     (STOCK, "ON", "OFF"), (VENDOR, "OFF", "OFF"), ({**STOCK, "CONFIG_CPECTL_WIRELESS": "y"},
                                                    "ON", "ON")])
 def test_options(tmp_path, config, platform, wireless):
-    options = Feed(tmp_path, config).show("CMAKE_OPTIONS").split()
+    options = Feed(tmp_path, config).lay_out().show("CMAKE_OPTIONS").split()
     assert f"-DCPECTL_PLATFORM_LIBS={platform}" in options
     assert f"-DCPECTL_WIRELESS_LIB={wireless}" in options
     assert "-DCPECTL_OTA_HOST=ota.example" in options

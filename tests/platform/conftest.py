@@ -25,11 +25,6 @@ def platform_folders():
     return [release, *([sanitized] if (sanitized / "libwum.so").exists() else [])]
 
 
-def pytest_configure(config):
-    config.addinivalue_line("markers", "texts: gives texts from elsewhere to the libraries; these "
-                                       "tests are made with the sanitized ones, too")
-
-
 def pytest_collection_modifyitems(items):
     first = platform_folders()[0]
 
