@@ -1,6 +1,5 @@
 """What the tests of the contract share: its commands, and the records of all request cases."""
 
-import os
 import sys
 from pathlib import Path
 
@@ -9,6 +8,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
 import match  # noqa: E402
+import once  # noqa: E402
 import record  # noqa: E402
 from cpectl_sim import places  # noqa: E402
 
@@ -25,7 +25,5 @@ def find_program():
 
 @pytest.fixture(scope="session", name="records")
 def make_records(tmp_path_factory):
-    """The records of all requests; several test processes share one set."""
-    directory = tmp_path_factory.getbasetemp()
-    return record.shared_records(directory.parent if "PYTEST_XDIST_WORKER" in os.environ
-                                 else directory)
+    """The records of all requests; all test processes of a run share one set."""
+    return record.read(once.folder(tmp_path_factory, "contract", record.write))

@@ -3,7 +3,6 @@
 The cases themselves are judged by tests/cases; here only the records count.
 """
 
-import fcntl
 import json
 import shutil
 import sys
@@ -93,12 +92,12 @@ def record_all(directory):
         return [record for records in found for record in records]
 
 
-def shared_records(directory):
-    """The same, made by the first of several processes that ask; the others read its file."""
-    kept = directory / "contract-records.json"
-    with open(directory / "contract-lock", "w", encoding="utf-8") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        if not kept.exists():
-            records = record_all(directory / "contract-cases")
-            kept.write_text(json.dumps([asdict(record) for record in records]), "utf-8")
-    return [Record(**fields) for fields in json.loads(kept.read_text("utf-8"))]
+def write(directory):
+    """Writes the records of all cases into a directory."""
+    records = record_all(directory / "cases")
+    (directory / "records.json").write_text(json.dumps([asdict(each) for each in records]), "utf-8")
+
+
+def read(directory):
+    kept = json.loads((directory / "records.json").read_text("utf-8"))
+    return [Record(**fields) for fields in kept]
