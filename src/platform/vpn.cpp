@@ -2,7 +2,6 @@
 #include "platform/vpn.h"
 
 #include <cjson/cJSON.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -42,10 +41,6 @@ constexpr LineFile kTunnels = {"/disk/conf/ipsec.cfg", "ipsec.cfg", 4096,
 constexpr LineFile kUsers = {"/disk/conf/pptpuser.cfg", "pptpuser.cfg", 1024,
                              "/usr/sbin/pptp.sh user_add %s >/dev/null 2>&1 &"};
 
-bool file_exists(const char* path) {
-    return access(path, F_OK) == 0;
-}
-
 // Whether a line's name begins with `name`: 1 or 0, -1 when the file cannot be opened.
 int line_check(const LineFile& file, const char* name) {
     return line_file_has(name, file.path, file.line_size);
@@ -60,7 +55,7 @@ cJSON* line_add(cJSON* reply, const cJSON* args, const char* member, const LineF
     char command[kCommandSize] = {};
     (void)text_copy(name, text_until(text_head(line, kNameSize - 1), " "));
     if (!shell_print(command, file.added, name)) return reply_stat(reply, "err");
-    if (file_exists(file.path) && line_check(file, name) != 0) return reply_stat(reply, "err");
+    if (file_is_there(file.path) && line_check(file, name) != 0) return reply_stat(reply, "err");
 
     add_line(line, file.path);
     shell_run(command);
@@ -82,14 +77,19 @@ bool line_named(const cJSON* args, const char* member, const LineFile& file,
 // Empties the file, creating it if needed.
 void line_file_clear(const LineFile& file) {
     char command[kCommandSize] = {};
-    if (shell_print(command, "> %s >/dev/null 2>/dev/null", file.path)) shell_run(command);
+    if (!shell_print(command, "> %s >/dev/null 2>/dev/null", file.path)) return;
+    const int lock = folder_lock(file.path);  // a deletion would bring back the other lines
+    shell_run(command);
+    folder_unlock(lock);
 }
 
 // The MD5 digest of a file as hexadecimal text; empty when there is none.
 void file_digest(const char* path, char (&digest)[64]) {
     char command[128] = {};
     if (!shell_print(command, "md5sum %s |awk '{print $1}' 2>/dev/null", path)) return;
+    const int lock = folder_lock(path);  // not of a part of it
     system_operate(command, digest);
+    folder_unlock(lock);
     digest[text_until(digest, "\r\n").size()] = '\0';
 }
 
@@ -99,7 +99,7 @@ cJSON* file_upload(cJSON* reply, cJSON* cbk, const cJSON* args, const LineFile& 
     if (!url || std::strlen(url) >= kUrlSize) return reply_stat(reply, "err");
 
     char digest[64] = {};
-    const bool exists = file_exists(file.path);
+    const bool exists = file_is_there(file.path);
     if (exists) {
         curl_post_file(url, file.path);
         file_digest(file.path, digest);
@@ -401,7 +401,7 @@ int ipsec_get_state_to_file() {
     status_fetch();
     std::FILE* state = std::fopen(kStateFile, "a+e");
     std::FILE* established = std::fopen(kEstablishedFile, "re");
-    std::FILE* tunnels = std::fopen(kTunnels.path, "re");
+    std::FILE* tunnels = file_open_settled(kTunnels.path);
     std::FILE* unrouted = std::fopen(kUnroutedFile, "re");
     // On failure the open ones are left to the end of the process.
     if (!state || !established || !tunnels || !unrouted) return -1;

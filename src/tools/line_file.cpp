@@ -113,7 +113,7 @@ int del_line(const char* name, const char* path) {
 }
 
 int find_name_which_line(const char* name, const char* path) {
-    std::FILE* file = std::fopen(path, "re");
+    std::FILE* file = file_open_settled(path);
     if (!file) return -1;
     char line[kLineSize];
     int found = 0;
@@ -131,7 +131,7 @@ int find_name_which_line(const char* name, const char* path) {
 }
 
 int line_file_has(const char* name, const char* path, std::size_t line_size) {
-    std::FILE* file = std::fopen(path, "re");
+    std::FILE* file = file_open_settled(path);
     if (!file) return -1;
     char line[kLineSize];
     bool found = false;

@@ -3,7 +3,7 @@
 // The program never rewrites a record. Each edit holds a lock on the folder of the file, so that
 // two processes that add and delete at once lose no record of each other and share the one work
 // file in turns. (The lock is on the folder since the file itself is replaced, and since nothing
-// is to be left behind.)
+// is to be left behind.) A search opens the file under that lock, too.
 #pragma once
 
 #include <cstddef>

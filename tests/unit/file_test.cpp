@@ -12,6 +12,7 @@
 #include <string>
 
 #include "support.h"
+#include "tools/text.h"
 
 namespace {
 
@@ -107,6 +108,27 @@ TEST(FolderLock, IsNoneWithoutTheFolder) {
     EXPECT_EQ(folder_lock((absent_file() + "/file").c_str()), -1);
     EXPECT_EQ(folder_lock((scratch_dir() + repeat(PATH_MAX, 'x') + "/file").c_str()), -1);
     folder_unlock(-1);
+}
+
+TEST(FolderLock, OpensAFileWhenItsReplacementIsDone) {
+    const std::string file = absent_file();
+    const int lock = folder_lock(file.c_str());
+    const pid_t child = fork();
+    if (child == 0) {
+        close(lock);
+        std::FILE* opened = file_open_settled(file.c_str());
+        char text[8] = {};
+        _exit(opened && file_is_there(file.c_str()) && next_line(opened, text) ? 0 : 1);
+    }
+    usleep(100000);
+    write_file(file, "whole\n");
+    folder_unlock(lock);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(is_free(scratch_dir()));
+    EXPECT_FALSE(file_open_settled(absent_file().c_str()));
+    EXPECT_FALSE(file_is_there(absent_file().c_str()));
 }
 
 TEST(FolderLock, WaitsForItsTurn) {
