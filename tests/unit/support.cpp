@@ -260,7 +260,7 @@ std::string shell_words(const std::string& program) {
 }
 
 bool wait_until(const std::function<bool()>& condition) {
-    const double end = seconds_now() + 5;
+    const double end = seconds_now() + 30;
     while (!condition()) {
         if (seconds_now() > end) return false;
         usleep(5000);

@@ -63,7 +63,7 @@ bool run(std::initializer_list<std::string> command);
 // What starts a program of this build in a shell.
 std::string shell_words(const std::string& program);
 
-// Waits until the condition holds, but for five seconds at most; whether it held.
+// Waits until the condition holds, but for half a minute at most; whether it held.
 bool wait_until(const std::function<bool()>& condition);
 
 // Seconds on a clock that nothing sets back.
