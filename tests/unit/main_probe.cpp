@@ -1,8 +1,9 @@
 // Handlers that answer with their own names and note how they were called: the program of
 // main_test is the real entry and the real command table with these behind it.
 //
-// Environment: PROBE_RECORD names the file for the calls, PROBE_LOG opens the log there, and
-// PROBE_ANSWER chooses another answer: null, large, lost, lost null, or member.
+// Environment: PROBE_RECORD names the file for the calls, PROBE_LOG opens the log there,
+// PROBE_LOG_LEVEL is the lowest level that it takes, and PROBE_ANSWER chooses another answer: null,
+// large, lost, lost null, or member.
 #include <cjson/cJSON.h>
 
 #include <cstdio>
@@ -17,6 +18,7 @@ namespace {
 
 [[gnu::constructor]] void open_log() {
     if (const char* path = getenv("PROBE_LOG")) cpectl_log_init(path);
+    if (const char* level = getenv("PROBE_LOG_LEVEL")) cpectl_runtimedebug_level = atoi(level);
 }
 
 void note_call(const char* handler, std::int32_t argc, const cJSON* args) {

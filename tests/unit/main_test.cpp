@@ -2,10 +2,12 @@
 // it only tell how they were called (main_probe.cpp).
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -228,6 +230,14 @@ void print_to_nobody() {
     dup2(ends[1], STDOUT_FILENO);
     close(ends[1]);
 }
+// A file that takes the beginning of an answer, as a disk does that fills up meanwhile.
+void print_to_a_file_that_ends() {
+    const std::string path = temp_file(repeat(40, 'x'));
+    dup2(open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC), STDOUT_FILENO);
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit bytes{64, 64};
+    setrlimit(RLIMIT_FSIZE, &bytes);
+}
 void print_to_a_closed_stream() {
     close(STDOUT_FILENO);
 }
@@ -245,6 +255,7 @@ TEST(Main, AnAnswerThatCannotBeWrittenIsNone) {
     };
     constexpr Case kCases[] = {
         {"a full disk", print_to_a_full_disk},
+        {"a disk that fills up on the way", print_to_a_file_that_ends},
         {"a pipe that nobody reads", print_to_nobody},
         {"a closed stream", print_to_a_closed_stream},
         {"all streams closed", close_all_streams},
@@ -307,6 +318,34 @@ TEST(Main, LogsALostAnswer) {
             setenv("PROBE_ANSWER", c.answer, 1);
         });
         EXPECT_EQ(messages_in(log), c.messages);
+    }
+}
+
+TEST(Main, LogsProgressAtLevel1AndFailuresAtLevel3) {
+    struct Case {
+        const char* why;
+        const char* text;
+        const char* answer;
+        const char* lowest;  // level that the log takes
+        std::size_t records;
+    };
+    constexpr Case kCases[] = {
+        {"the arguments are progress", "{}", "", "1", 1},
+        {"which a higher level leaves out", "{}", "", "2", 0},
+        {"no JSON is a failure", "oops", "", "3", 1},
+        {"and no more than that", "oops", "", "4", 0},
+        {"a lost answer is a failure", "{}", "lost", "3", 1},
+        {"and no more than that", "{}", "lost", "4", 0},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.why);
+        const std::string log = temp_file("");
+        run_probe({"devNmSet", c.text}, [&] {
+            setenv("PROBE_LOG", log.c_str(), 1);
+            setenv("PROBE_LOG_LEVEL", c.lowest, 1);
+            setenv("PROBE_ANSWER", c.answer, 1);
+        });
+        EXPECT_EQ(messages_in(log).size(), c.records);
     }
 }
 
