@@ -382,6 +382,17 @@ TEST(LineFile, DeletingInAFileThatIsNotThere) {
     });
 }
 
+TEST(LineFile, DeletingInWhatCannotBeRead) {
+    run_with_private_tmp([] {
+        const std::string folder = absent_file();
+        std::filesystem::create_directory(folder);
+        EXPECT_EQ(del_line("tun1", folder.c_str()), -1) << "a folder opens, but has no lines";
+        EXPECT_TRUE(std::filesystem::is_empty(folder));
+        EXPECT_EQ(g_commands, Texts{});
+        EXPECT_FALSE(file_exists(kWorkFile));
+    });
+}
+
 TEST(LineFile, DeletingWithoutAWorkFileChangesNothing) {
     run_in_namespace(CLONE_NEWNS, [] {
         mount_private_tmp();
@@ -570,6 +581,8 @@ TEST(LineFile, GetsAWholeFile) {
         {"behind what is held", "held:", "a\n", 64, "held:a\n"},
         {"an empty file behind what is held", "held:", "", 64, "held:"},
         {"lines around the piece that is read at once", "", kLong, 30000, kLong},
+        {"what follows a NUL in a piece of 2046 is left out", "",
+         std::string("ab\0", 3) + repeat(2043, 'c') + "dd\n", 64, "abdd\n"},
         {"one below the room", "", "1234\n1", 8, "1234\n1"},
         {"fills the room", "", "1234\n12", 8, "1234\n12"},
         {"one too many is left out", "", "1234\n123", 8, "1234\n12"},

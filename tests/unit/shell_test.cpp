@@ -85,6 +85,7 @@ TEST(ShellPrint, PutsValuesIntoTexts) {
         {"a value's quote opens none in the text", "x %s 'y' z", "'", "x ''\\''' 'y' z"},
         {"other percent signs stay", "a %5 %% %x %s%", "v", "a %5 %% %x v%"},
         {"a percent sign in the value stays", "x %s", "%s%d", "x %s%d"},
+        {"a place that no value is left for stays", "a %s b %s c %d", "v", "a v b %s c %d"},
     };
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.why);
