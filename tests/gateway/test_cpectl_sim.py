@@ -100,6 +100,18 @@ def test_the_scenarios_that_come_along_work(sim, name):
     assert done.returncode == 0 and '"stat":"ok"' in done.stdout
 
 
+def test_the_factory_gateway_asks_the_stock_libraries(sim):
+    """Nothing that the monitoring commands show is canned: three hosts and links, no traffic."""
+    hosts = json.loads(sim("getHostFlowinfo").stdout)["cbk"]["hostinfo"]
+    assert [host["ip"] for host in hosts] == [f"192.168.1.{i}" for i in (20, 21, 22)]
+    assert all(host["down_total"] == 0 for host in hosts)
+    links = sim("--trace", "getWanFlowinfo").stdout
+    assert set(json.loads(links.splitlines()[0])["cbk"]) >= {"WAN1", "WAN2", "WAN3"}
+    assert 'mvram_get WAN3_DEV  -> "wan2"' in links, "the library's own question"
+    stations = json.loads(sim("getStaList").stdout)["cbk"]["stalist"]
+    assert [station["ty"] for station in stations] == [1, 1, 1], "no wireless daemon, no stations"
+
+
 def test_the_busy_scenario_shows_load_and_a_tunnel(sim):
     load = json.loads(sim("--scenario", "busy", "getCpuMemLoad").stdout)["cbk"]
     assert 46 < load["cpu_load"] < 47  # 120 busy of 130 jiffies, halved
@@ -116,7 +128,8 @@ def test_shell_works_inside(sim):
 
 def test_the_network_is_the_gateways_own(sim):
     devices = sim("--shell", "-c", "tail -n +3 /proc/net/dev | cut -d: -f1").stdout.split()
-    assert sorted(devices) == ["eth0.5", "lan-far-end", "lo"]
+    links = [f"wan{i}{end}" for i in range(3) for end in ("", "-far-end")]
+    assert sorted(devices) == ["eth0.5", "lan-far-end", "lo", *links]
 
 
 def test_nothing_outside_the_state_can_be_written(sim, tmp_path):
