@@ -186,7 +186,8 @@ void mount_tmpfs(const std::string& path, std::size_t size) {
         << path << ": " << strerror(errno);
 }
 
-void mount_private_tmp(const std::string& kept) {
+void mount_private_tmp() {
+    const std::string kept = CPECTL_PROJECT_DIR;
     const std::string scratch = scratch_dir();
     const int folder = open(kept.c_str(), O_PATH | O_CLOEXEC);
     mount_tmpfs("/tmp");

@@ -45,9 +45,9 @@ void run_in_namespace(int namespaces, const std::function<void()>& body);
 // Mounts an empty tmpfs; `size` is its limit in bytes, 0 for none.
 void mount_tmpfs(const std::string& path, std::size_t size = 0);
 
-// Mounts an empty /tmp, with an empty scratch directory in it; a folder `kept` stays where it is.
-// Only in a mount namespace.
-void mount_private_tmp(const std::string& kept = "");
+// Mounts an empty /tmp, with an empty scratch directory in it; the project, with all that is built,
+// stays where it is. Only in a mount namespace.
+void mount_private_tmp();
 
 // Runs `body` in a child process that has a /tmp of its own where the machine allows it.
 void run_with_private_tmp(const std::function<void()>& body);
