@@ -10,6 +10,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "ahead.h"
+
 static int listen_on(uint16_t port) {
     const int one = 1;
     struct sockaddr_in address = {.sin_family = AF_INET, .sin_port = htons(port)};
@@ -43,6 +45,7 @@ int main(int argc, char** argv) {
                                 "Connection: close\r\n\r\n%s",
                                 size, body);
     signal(SIGPIPE, SIG_IGN);
+    run_ahead();
     const int server = listen_on(80);
     if (server < 0) return 1;
     for (int client; (client = accept(server, NULL, NULL)) >= 0; close(client)) {

@@ -1,5 +1,6 @@
 // Times whole processes against each other: starts each candidate once a round, in a new random
-// order every round, all on one processor, and prints what each start took.
+// order every round, all on one processor and, where that is allowed, before every process that
+// does not measure, and prints what each start took.
 //
 // usage: spawn_times ROUNDS CANDIDATE -- CANDIDATE -- ...
 // CANDIDATE: NAME [=STATUS] [@FROM:TO]... [+NAME=VALUE] PROGRAM ARGUMENT...
@@ -7,7 +8,7 @@
 //   @FROM:TO     a file that is copied before each start
 //   +NAME=VALUE  one more variable of its environment
 // Prints one line a candidate: its name, its peak resident size in KiB (median) and ROUNDS wall
-// times in nanoseconds. Its standard output goes nowhere.
+// times in nanoseconds. What it prints goes nowhere.
 #include <fcntl.h>
 #include <inttypes.h>
 #include <sched.h>
@@ -21,6 +22,8 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+
+#include "ahead.h"
 
 enum { kCandidatesMax = 96, kCopiesMax = 3 };
 
@@ -88,14 +91,14 @@ static void shuffle(int* order, int count) {
     }
 }
 
-// The environment of this process and one more variable.
-static char** environment_with(char* variable) {
+// An environment and one more variable.
+static char** environment_with(char** environment, char* variable) {
     size_t count = 0;
-    while (environ[count])
+    while (environment[count])
         count++;
     char** made = calloc(count + 2, sizeof *made);
     if (!made) abort();
-    memcpy(made, environ, count * sizeof *made);
+    memcpy(made, environment, count * sizeof *made);
     made[count] = variable;
     return made;
 }
@@ -109,7 +112,7 @@ static char** options_parse(char** words, struct Candidate* candidate) {
         if (**words == '=') {
             candidate->status = atoi(*words + 1);
         } else if (**words == '+') {
-            candidate->environment = environment_with(*words + 1);
+            candidate->environment = environment_with(candidate->environment, *words + 1);
         } else if (colon && copies < kCopiesMax - 1) {
             *colon = '\0';
             candidate->copies[copies++] = (struct Copy){*words + 1, colon + 1};
@@ -165,10 +168,12 @@ int main(int argc, char** argv) {
         order[i] = i;
     srandom((unsigned)now());
     processor_keep();
+    run_ahead();
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
 
     const int warm_up = 3;  // rounds that do not count: they bring files and pages in
     for (int round = -warm_up; round < rounds; ++round) {

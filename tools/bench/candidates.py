@@ -12,19 +12,21 @@ class Candidate:
     name: str
     command: list
     status: int = 0         # how it ends
-    files: dict = dataclasses.field(default_factory=dict)  # copied before each start: FROM to TO
+    files: dict = dataclasses.field(default_factory=dict)  # copied before each start: TO and FROM
     beside: str = EMPTY     # the candidate that it is compared with
     size: int = 0           # of its work, when it belongs to a series
     changes: bool = False   # the stores: it works on stores of its own then
+    whole: bool = False     # its instructions are counted with those of all that it starts
 
     def words(self):
         """As spawn_times takes it."""
         return [*([f"={self.status}"] if self.status else []),
-                *(f"@{FILES}/{source}:{target}" for source, target in self.files.items()),
+                *(f"@{FILES}/{source}:{target}" for target, source in self.files.items()),
                 *(f"+{name}={value}" for name, value in self.environment()), *self.command]
 
     def environment(self):
-        return [("CPECTL_RUN_DIR", "/var/run/changing")] if self.changes else []
+        return [("CPECTL_RUN_DIR", "/var/run/changing"),
+                ("CPECTL_FLASH_DIR", "/disk/changing")] if self.changes else []
 
 
 def request(command, arguments=None, **others):
@@ -43,15 +45,18 @@ SCALE = [
 
 LAN_SAME = '{"lanIp":"192.168.1.1","lanNetmask":"255.255.255.0"}'
 LAN_OTHER = '{"lanIp":"192.168.2.1","lanNetmask":"255.255.255.0"}'
-STORE = {"nvram": "/var/run/changing/nvram"}
+STORE = {"/var/run/changing/nvram": "nvram", "/disk/changing/nvram": "nvram"}
 
-# Commands that start no shell.
+# Commands that start no shell: those that the targets name, and others.
 QUIET = [
-    dataclasses.replace(request("--help"), status=255),
     request("lanConfGet"),
     request("wanInfoGet"),
-    dataclasses.replace(request("devNmSet", '{"devNm":"gateway"}'), name="cpectl devNmSet, unchanged"),
+    dataclasses.replace(request("devNmSet", '{"devNm":"gateway"}'),
+                        name="cpectl devNmSet, unchanged"),
     request("getHostNum"),
+]
+OTHERS = [
+    request("--help", status=255),
     dataclasses.replace(request("lanConfSet", LAN_SAME), name="cpectl lanConfSet, unchanged"),
     dataclasses.replace(request("lanConfSet", LAN_OTHER), name="cpectl lanConfSet, changed",
                         files=STORE, changes=True),
@@ -72,16 +77,24 @@ SHELL = [
 
 OTA_URL = ("http://ota.cpectl.example/cloud-ota/pltcheck?"
            "devMac=02:00:5E:10:00:01&platform=QRX300&version=20260101")
+OTA_CURL = ["/usr/bin/curl", "-s", "-o", "/tmp/pushfile", OTA_URL]
+OTA_VERSION = "<cat /etc/router.ver | grep SW_DATE | cut -d '=' -f 2"
 OTA = [
-    Candidate("curl -s, the same URL", ["/usr/bin/curl", "-s", "-o", "/tmp/pushfile", OTA_URL]),
-    Candidate("cpectl checkOta", [CPECTL, "checkOta"], status=255,
+    Candidate("curl -s, the same URL", OTA_CURL, whole=True),
+    Candidate("cpectl checkOta", [CPECTL, "checkOta"], status=255, whole=True,
               beside="curl -s, the same URL"),
+    Candidate("curl -s and the shell call of checkOta",
+              ["/bench/shell_calls", OTA_VERSION, "=", *OTA_CURL], whole=True),
+    Candidate("cpectl checkOta, beside these two", [CPECTL, "checkOta"], status=255, whole=True,
+              beside="curl -s and the shell call of checkOta"),
 ]
 
 # The store by itself, on 100 keys.
 STORES = [
     Candidate("get, plain file", ["/bench/plain", "get"]),
     Candidate("get, libnvram", ["/bench/linked", "get"]),
+    Candidate("get, libnvram loaded on use", ["/bench/loaded", "get"]),
+    Candidate("get, nvram tool", ["/bench/nvram", "get", "KEY_050"]),
     Candidate("get, SQLite", ["/bench/sqlite", "get"]),
     Candidate("set, plain file", ["/bench/plain", "set"]),
     Candidate("set, libnvram", ["/bench/linked", "set"], changes=True),
@@ -97,9 +110,11 @@ STORES = [
 def shell_pairs():
     pairs = []
     for command, arguments, texts in SHELL:
-        alone = Candidate(f"the shell calls of {command} alone", ["/bench/shell_calls", *texts])
-        pairs += [alone, request(command, arguments, beside=alone.name,
-                                 changes=command == "setAdmPass")]
+        alone = Candidate(f"the shell calls of {command} alone", ["/bench/shell_calls", *texts],
+                          whole=True)
+        changes = command == "setAdmPass"
+        pairs += [alone, request(command, arguments, beside=alone.name, whole=True,
+                                 changes=changes, files=STORE if changes else {})]
     return pairs
 
 
@@ -113,34 +128,41 @@ def _series(what, sizes, make):
     return found
 
 
-# The growth of the cost with the work: one list a series.
+# The growth of the cost with the work: one list a series. Each tunnel has ten lines of status.
 GROWTH = [
     _series("hosts", (10, 100, 1000), lambda size: request(
-        "getHostFlowinfo", files={f"count-{size}": "/tmp/hosts"})),
+        "getHostFlowinfo", files={"/tmp/hosts": f"count-{size}"})),
     _series("stations", (10, 100, 1000), lambda size: request(
-        "getStaList", files={f"count-{size}": "/tmp/stations", "count-10": "/tmp/hosts"})),
+        "getStaList", files={"/tmp/stations": f"count-{size}", "/tmp/hosts": "count-10"})),
     _series("tunnels", (10, 100, 500), lambda size: request(
         "ipsecTunStaGet",
-        files={f"tunnels-{size}": "/disk/conf/ipsec.cfg"})),
-    _series("users", (10, 100, 500), lambda size: request(
+        files={"/disk/conf/ipsec.cfg": f"tunnels-{size}", "/tmp/status": f"status-{size}"})),
+    _series("users", (10, 100, 1000), lambda size: request(
         "pptpdUserStaGet",
-        files={f"users-{size}": "/tmp/pptp_clients"})),
+        files={"/tmp/pptp_clients": f"users-{size}"})),
     _series("lines of its file", (10, 100, 1000), lambda size: request(
         "ipsecDelTun", '{"tunName":"last"}',
-        files={f"tunnels-{size}": "/disk/conf/ipsec.cfg"})),
+        files={"/disk/conf/ipsec.cfg": f"tunnels-{size}"})),
 ]
 
 
+def growth():
+    return [candidate for series in GROWTH for candidate in series]
+
+
 def everything():
-    return [*SCALE, *QUIET, *shell_pairs(), *OTA, *STORES,
-            *(candidate for series in GROWTH for candidate in series)]
+    return everything_but_growth() + growth()
+
+
+def everything_but_growth():
+    return [*SCALE, *QUIET, *OTHERS, *shell_pairs(), *OTA, *STORES]
 
 
 # ---- the files in /bench/files
 
 def _store_entries():
     """The NVRAM of a gateway with four WAN links, 100 keys."""
-    entries = [("ADMIN_AUTH", "admin"), ("HOSTNAME", "gateway"), ("PRODUCT_TYPE", "QRX300"),
+    entries = [("ADMIN_AUTH", "s3cret"), ("HOSTNAME", "gateway"), ("PRODUCT_TYPE", "QRX300"),
                ("LAN_DEF_MAC", "02:00:5E:10:00:01"), ("LAN_IP", "192.168.1.1"),
                ("LAN_NETMASK", "255.255.255.0"), ("PPTPD_ENABLE", "YES"), ("IPSEC_ENABLE", "YES"),
                ("KEY_050", "some value of key 50")]
@@ -168,10 +190,10 @@ def _write_database(path, entries):
     store.close()
 
 
-def _status_lines(count):
+def _status_lines(count, tunnels):
     """What the IPsec daemon says of its connections: half of them are up."""
     for number in range(count):
-        name, peer = f"conn_tun{number % 500}", f"203.0.113.{number % 250}"
+        name, peer = f"conn_tun{number % tunnels}", f"203.0.113.{number % 250}"
         if number % 2:
             yield (f'000 #{number}: "{name}":500 STATE_QUICK_I2 (IPsec SA established); '
                    f"eroute owner; isakmp#1\n")
@@ -180,11 +202,11 @@ def _status_lines(count):
 
 
 def write_files(folder, flash):
-    """Fills the folder that becomes /bench/files, and the one that becomes /disk/conf."""
+    """Fills the folder that becomes /bench/files, and those of the committed stores."""
     entries = _store_entries()
     running = [(f"WAN{link}_RUN_{name}", f"198.51.100.{link}") for link in range(1, 5)
                for name in ("IP", "GW")]
-    for place in (folder, flash):
+    for place in (folder, *flash):
         (place / "nvram").write_text(_text(entries))
         (place / "plain").write_text(_text(entries))
         _write_database(place / "sqlite", entries)
@@ -200,4 +222,4 @@ def write_files(folder, flash):
         (folder / f"users-{count}").write_text("".join(
             f"ppp{number} user{number} 192.168.8.1 192.168.8.{number % 250} 203.0.113.9 1\n"
             for number in range(count)))
-    (folder / "status").write_text("".join(_status_lines(5000)))
+        (folder / f"status-{count}").write_text("".join(_status_lines(10 * count, count)))

@@ -1,4 +1,5 @@
-"""Measures candidates inside the root: time and peak size, instructions, system calls, libraries."""
+"""Measures candidates inside the root: time and size, instructions, system calls, libraries."""
+import concurrent.futures
 import re
 import shutil
 import statistics
@@ -28,18 +29,23 @@ def times(root, candidates, rounds):
 def _prepared(candidate):
     """A command that makes the candidate's world before it starts."""
     variables = [f"export {name}={value}" for name, value in candidate.environment()]
-    copies = [f"cp /bench/files/{source} {target}" for source, target in candidate.files.items()]
+    copies = [f"cp /bench/files/{source} {target}" for target, source in candidate.files.items()]
     return ["/bin/sh", "-c", "; ".join([*variables, *copies, 'exec "$@"']), "sh"]
 
 
 def instructions(root, candidate):
-    """In user space, dynamic loading included; of the program itself, not of what it starts. One
-    by one, a debugger counts 1 % less: valgrind tells the program of another processor."""
+    """In user space, dynamic loading included. (One by one, a debugger counts 1 % less: valgrind
+    tells the program of another processor.) Of all that the candidate starts, too, when it is
+    `whole`: then the end of the pipe is waited for, which each of them holds open."""
+    options = ["--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-fd=9",
+               *(["--trace-children=yes"] if candidate.whole else [])]
     done = root.run(
-        [*_prepared(candidate), "/bin/sh", "-c", 'VALGRIND_LIB=/bench/valgrind "$@"; true', "sh",
-         _VALGRIND, "--tool=callgrind", "--callgrind-out-file=/dev/null", *candidate.command],
-        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-    return int(re.findall(r"Collected : (\d+)", done.stderr)[-1])
+        [*_prepared(candidate), "/bin/sh", "-c",
+         '{ VALGRIND_LIB=/bench/valgrind "$@" 9>&1 >/dev/null 2>/dev/null; } | cat', "sh",
+         _VALGRIND, *options, *candidate.command],
+        stdout=subprocess.PIPE, text=True)
+    counts = re.findall(r"Collected : (\d+)", done.stdout)
+    return sum(map(int, counts if candidate.whole else counts[-1:]))
 
 
 def system_calls(root, candidate):
@@ -53,3 +59,19 @@ def system_calls(root, candidate):
     libraries = dict.fromkeys(match[1] for match in map(_LIBRARY.match, lines) if match)
     calls = [line for line in lines if not line.startswith(("+++", "---"))]
     return count or len(calls), list(libraries)
+
+
+def counts(root, candidates):
+    """What repeats exactly, of each candidate: a record."""
+    found = []
+    for candidate in candidates:
+        calls, libraries = system_calls(root, candidate)
+        found.append({"instructions": instructions(root, candidate), "calls": calls,
+                      "libraries": libraries})
+    return found
+
+
+def counts_of_groups(root, groups):
+    """The same of lists of candidates that have no file in common, the lists side by side."""
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        yield from pool.map(lambda candidates: counts(root, candidates), groups)

@@ -29,6 +29,7 @@ PROGRAMS = {
     "spawn_times": ("spawn_times.c", ["-static"]),
     "http_answer": ("http_answer.c", ["-static"]),
     "plain": ("plain_file.c", []),
+    "loaded": ("stock_loaded.c", ["-Wl,-rpath,/usr/local/lib/cpectl"]),
     "linked": ("stock_linked.c", [f"-L{PLATFORM}", "-lnvram", "-Wl,-rpath,/usr/local/lib/cpectl"]),
     "sqlite": ("sqlite.c", ["-lsqlite3"]),
     "libhostsort.so": ("canned_hostsort.c", ["-shared", "-fPIC", "-Wl,-soname,libhostsort.so"]),
@@ -43,7 +44,6 @@ VALGRIND = pathlib.Path("/usr/libexec/valgrind")
 # Runs before what is measured, inside.
 ENTER = """\
 #!/bin/sh
-cp /bench/files/status /tmp/status
 ip -batch /bench/files/net
 /bench/http_answer /bench/files/answer &
 exec "$@"
@@ -65,14 +65,15 @@ def write_script(path, text):
 class Root:
     """The root, made anew in a folder of the build, and in memory until it is left."""
 
-    def __init__(self, folder=BUILD):
+    def __init__(self, folder=BUILD, program=PROGRAM):
         self.folder = folder
         shutil.rmtree(folder, ignore_errors=True)
-        for name in ("bench/files", "sbin", "local", "etc", "flash"):
+        for name in ("bench/files", "sbin", "local", "etc", "flash", "changing"):
             (folder / name).mkdir(parents=True)
         self.files = folder / "bench" / "files"
         compile_programs(folder / "bench")
-        shutil.copy(PROGRAM, folder / "bench" / "cpectl")
+        shutil.copy(program, folder / "bench" / "cpectl")
+        shutil.copy(PLATFORM / "nvram", folder / "bench")
         self._install_libraries()
         (folder / "bench" / "enter").write_text(ENTER)
         (folder / "bench" / "enter").chmod(0o755)
@@ -83,7 +84,7 @@ class Root:
         self._link_valgrind()
         self._write_etc()
         self._write_network()
-        candidates.write_files(self.files, folder / "flash")
+        candidates.write_files(self.files, [folder / "flash", folder / "changing"])
         self.memory = tempfile.TemporaryDirectory(prefix="cpectl-bench.", dir="/dev/shm")
         for name in ("cpectl", "changing"):
             run = pathlib.Path(self.memory.name) / name
@@ -141,6 +142,7 @@ class Root:
                       "--proc", "/proc", "--dev", "/dev",
                       "--ro-bind", str(self.folder / "etc"), "/etc",
                       "--bind", str(self.folder / "flash"), "/disk/conf",
+                      "--bind", str(self.folder / "changing"), "/disk/changing",
                       "--tmpfs", "/usr/local/lib",
                       "--ro-bind", str(self.folder / "cpectl"), "/usr/local/lib/cpectl",
                       "--ro-bind", str(self.folder / "bench"), "/bench"]

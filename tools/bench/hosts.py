@@ -7,7 +7,7 @@ import statistics
 import sys
 import tempfile
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests" / "platform"))
 
 import kept  # noqa: E402
