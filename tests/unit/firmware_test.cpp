@@ -177,6 +177,7 @@ namespace {
 
 constexpr useconds_t kOpen = 300000;
 constexpr useconds_t kParse = 500000;
+const std::string kNoMsg = "root erro\n\nget push info erro\n\n";
 
 struct CheckCase {
     const char* why;
@@ -201,7 +202,12 @@ const CheckCase kCheckCases[] = {
      "cJSON_Parse  erro\n\nParse fail ! : [oops]]\n\nparse push file erro\n\n",
      {kParse, kParse},
      false},
-    {"no msg", 1, "{}", "root erro\n\nget push info erro\n\n", {}, false},
+    {"an offer and more text", 1, answer_with(kWhole) + " and more", "", {}, true},
+    {"no msg", 1, "{}", kNoMsg, {}, false},
+    {"an array", 1, "[]", kNoMsg, {}, false},
+    {"a text", 1, "\"msg\"", kNoMsg, {}, false},
+    {"null", 1, "null", kNoMsg, {}, false},
+    {"a msg that is null", 1, R"({"msg":null})", "get push info erro\n\n", {}, false},
     {"no members", 1, answer_with(""), "get push info erro\n\n", {}, false},
 };
 
