@@ -148,3 +148,15 @@ def test_500_tunnels_of_one_name(office):
     file = tunnel_file([b"tun0001"] * 500, [b"192.0.2.1"])
     entries, _ = ask(office, file, status_of_many(3))
     assert entries == [(b"tun0001", b"192.0.2.1", b"1")] + [(b"tun0001", b"0.0.0.0", b"0")] * 499
+
+
+def test_states_for_a_full_disk(office):
+    """Half a list would look like a whole one: where not all fit, there is no state at all."""
+    office.prepare(CONTROL_TOOL)
+    office.write("/opt/status", status_of_many(1))
+    office.write("/disk/conf/ipsec.cfg", tunnel_file([b"tun%04d" % i for i in range(500)], [b"x"]))
+    outcome = office.script("mount -t tmpfs -o size=8k none /tmp || exit 77\n"
+                            "exec /usr/sbin/cpectl ipsecTunStaGet")
+    if outcome.result.exit_line() == "77":
+        pytest.skip("no disk can be mounted: " + outcome.output("stderr").strip())
+    assert outcome.output("stdout") == '{"fun":"ipsecTunStaGet","cbk":{"tun":[]},"stat":"ok"}\n'
