@@ -56,19 +56,19 @@ bool copy_kept_lines(std::FILE* from, std::FILE* to, std::string_view name) {
         if (kept && std::fputs(line, to) < 0) return false;
         at_line_start = text.size() < kLineLimit - 1 || text.back() == '\n';
     }
-    return !std::ferror(from) && std::fflush(to) == 0;
+    return !std::ferror(from);
 }
 
-// Writes what is left after the deletion to the work file. False, with no work file left behind,
-// when either file cannot be opened or the copy cannot be written.
+// Writes what is left after the deletion to the work file. False when either file cannot be opened
+// (a work file that was made stays, empty) or the copy cannot be written (no part of it stays).
 bool write_work_file(const char* name, const char* path) {
     std::FILE* from = std::fopen(path, "re");
     std::FILE* to = file_create(kWorkFile);
-    const bool written = from && to && copy_kept_lines(from, to, name);
+    const bool copied = from && to && copy_kept_lines(from, to, name);
     if (from) std::fclose(from);
-    const bool closed = to && std::fclose(to) == 0;
-    if (to && !(written && closed)) std::remove(kWorkFile);
-    return written && closed;
+    const bool written = to && std::fclose(to) == 0 && copied;
+    if (from && to && !written) std::remove(kWorkFile);
+    return written;
 }
 
 }  // namespace

@@ -379,6 +379,18 @@ TEST(LineFile, DeletingInAFileThatIsNotThere) {
         EXPECT_EQ(del_line("tun1", (path + "/in/no/folder").c_str()), -1);
         EXPECT_EQ(g_commands, Texts{});
         EXPECT_FALSE(file_exists(path));
+        EXPECT_EQ(file_text(kWorkFile), "") << "it was made before that was seen";
+    });
+}
+
+TEST(LineFile, DeletingInAFolder) {
+    run_with_private_tmp([] {
+        const std::string path = absent_file();
+        std::filesystem::create_directory(path);
+        EXPECT_EQ(del_line("tun1", path.c_str()), -1) << "it can be opened, but not read";
+        EXPECT_EQ(g_commands, Texts{});
+        EXPECT_TRUE(std::filesystem::is_empty(path));
+        EXPECT_FALSE(file_exists(kWorkFile));
     });
 }
 
