@@ -56,19 +56,6 @@ Filled fill(const std::string& answer, std::size_t size) {
     return {result, bytes};
 }
 
-// The text of the log without the times at which its records begin.
-std::string timeless(const std::string& log) {
-    constexpr std::size_t kTime = 26;  // "Mon Nov 16 07:44:18 2026::"
-    std::string text;
-    for (std::size_t at = 0; at < log.size();) {
-        const std::size_t end = log.find('\n', at) + 1;
-        const bool begins = end - at > kTime && log.compare(at + kTime - 2, 2, "::") == 0;
-        text += log.substr(begins ? at + kTime : at, end - (begins ? at + kTime : at));
-        at = end;
-    }
-    return text;
-}
-
 }  // namespace
 
 extern "C" {
@@ -164,7 +151,7 @@ TEST(GetPushInfo, NeedsEachMemberAsText) {
             ASSERT_EQ(cpectl_log_init(log.c_str()), 0);
             const Filled filled = fill(c.answer, sizeof(PushInfo));
             EXPECT_EQ(filled.result, -1);
-            EXPECT_EQ(timeless(file_text(log)), c.log);
+            EXPECT_EQ(log_messages(log), c.log);
             EXPECT_EQ(filled.bytes.substr(0, c.path.size() + 1), c.path + '\0');
             EXPECT_EQ(filled.bytes.find('#'), std::string::npos) << "zeroed before anything else";
         }
@@ -222,7 +209,7 @@ TEST(CheckOta, LogsWhatIsWrongAndAnswersNothing) {
             g_transfer = c.transfer;
             g_brought = c.brought.c_str();
             EXPECT_EQ(cpectl_checkOta(0, nullptr), nullptr);
-            EXPECT_EQ(timeless(file_text(log)), c.log);
+            EXPECT_EQ(log_messages(log), c.log);
             EXPECT_EQ(g_pauses, c.pauses);
             EXPECT_EQ(g_done.size(), c.taken ? 10u : 4u) << "keys are written for an offer only";
             EXPECT_EQ(file_text("/tmp/pushfile"), c.brought) << "it stays";
@@ -253,7 +240,7 @@ TEST(CheckOta, WaitsForAFileThatIsNotThere) {
         ASSERT_EQ(cpectl_log_init(log.c_str()), 0);
         EXPECT_EQ(cpectl_checkOta(0, nullptr), nullptr);
         EXPECT_EQ(
-            timeless(file_text(log)),
+            log_messages(log),
             "fopen /tmp/pushfile erro\n\nParse fail ! : [(null)]\n\nparse push file erro\n\n");
         EXPECT_EQ(g_pauses, (std::vector<useconds_t>{kOpen, kOpen, kOpen}));
     });

@@ -431,21 +431,6 @@ TEST(CurlPostFile, WaitsForNobody) {
 
 namespace {
 
-// The content of the log without the times; records that end in a newline of their own are
-// followed by an empty line.
-std::string messages_in(const std::string& log) {
-    std::string messages;
-    const std::string text = file_text(log);
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = text.find('\n', at);
-        const std::string line = text.substr(at, end - at);
-        messages +=
-            (line.size() > 26 && line.compare(24, 2, "::") == 0 ? line.substr(26) : line) + "\n";
-        at = end + 1;
-    }
-    return messages;
-}
-
 constexpr useconds_t kMissing = 300000;  // microseconds after an attempt that could not be opened
 constexpr useconds_t kBad = 500000;      // and after one that did not parse
 
@@ -512,7 +497,7 @@ TEST(ParseFile, TriesAgain) {
                 c.outcome == Outcome::fopen_error   ? "fopen " + path + " erro\n\n"
                 : c.outcome == Outcome::parse_error ? "cJSON_Parse  erro\n\n"
                                                     : "";
-            EXPECT_EQ(messages_in(log), expected);
+            EXPECT_EQ(log_messages(log), expected);
         });
     }
 }
@@ -583,7 +568,17 @@ TEST(ParseFile, GivesUpAtOnceWithoutMemory) {
         ASSERT_EQ(cpectl_log_init(log.c_str()), 0);
         g_refused_size = 54323;  // the size of the file and one
         EXPECT_EQ(cJSON_Parse_File(path.c_str()), nullptr);
-        EXPECT_EQ(messages_in(log), "malloc erro\n\n");
+        EXPECT_EQ(log_messages(log), "malloc erro\n\n");
+        EXPECT_TRUE(g_pauses.empty());
+    });
+}
+
+TEST(ParseFile, GivesUpAtOnceOnAFolder) {
+    run_apart([] {
+        const std::string log = absent_file();
+        ASSERT_EQ(cpectl_log_init(log.c_str()), 0);
+        EXPECT_EQ(cJSON_Parse_File(scratch_dir().c_str()), nullptr) << "it opens, but has no size";
+        EXPECT_EQ(log_messages(log), "malloc erro\n\n");
         EXPECT_TRUE(g_pauses.empty());
     });
 }
@@ -667,7 +662,7 @@ TEST(ParseFileToJson, LogsWhereItWentWrong) {
             if (expected.find("PATH") != std::string::npos)
                 expected.replace(expected.find("PATH"), 4, path);
             EXPECT_EQ(tree != nullptr, expected.empty());
-            EXPECT_EQ(messages_in(log), expected);
+            EXPECT_EQ(log_messages(log), expected);
         });
     }
 }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -60,13 +61,9 @@ Texts logged_diff() {
     EXPECT_EQ(cpectl_log_init(path.c_str()), 0);
     EXPECT_EQ(cpectl_stalist_diff(nullptr), 0);
     Texts records;
-    const std::string log = file_text(path);
-    for (std::size_t at = 0; at < log.size();) {
-        const std::size_t text = log.find("::", at) + 2;
-        const std::size_t end = log.find('\n', at);
-        records.push_back(log.substr(text, end - text));
-        at = end + 1;
-    }
+    std::istringstream messages(log_messages(path));
+    for (std::string record; std::getline(messages, record);)
+        records.push_back(record);
     return records;
 }
 
@@ -276,9 +273,8 @@ TEST(StacycleSet, LogsAReplyThatCannotBeMade) {
         cJSON_Hooks hooks = {[](std::size_t) -> void* { return nullptr; }, free};
         cJSON_InitHooks(&hooks);
         EXPECT_EQ(cpectl_stacycle_set(1, nullptr), nullptr);
-        EXPECT_NE(file_text(path).find("::Fail to create json respond for function: "
-                                       "cpectl_stacycle_set call\n"),
-                  std::string::npos);
+        EXPECT_EQ(log_messages(path),
+                  "Fail to create json respond for function: cpectl_stacycle_set call\n");
     });
 }
 

@@ -130,6 +130,19 @@ bool file_exists(const std::string& path) {
     return lstat(path.c_str(), &status) == 0;
 }
 
+std::string log_messages(const std::string& path) {
+    std::string messages;
+    const std::string text = file_text(path);
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = text.find('\n', at);
+        const std::string line = text.substr(at, end - at);
+        messages +=
+            (line.size() > 26 && line.compare(24, 2, "::") == 0 ? line.substr(26) : line) + "\n";
+        at = end + 1;
+    }
+    return messages;
+}
+
 std::string repeat(std::size_t count, char character) {
     return std::string(count, character);
 }

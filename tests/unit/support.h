@@ -25,6 +25,10 @@ std::string file_text(const std::string& path);
 void write_file(const std::string& path, std::string_view content);
 bool file_exists(const std::string& path);
 
+// The content of a log without the times; records that end in a newline of their own are followed
+// by an empty line.
+std::string log_messages(const std::string& path);
+
 // `count` times the character.
 std::string repeat(std::size_t count, char character);
 
