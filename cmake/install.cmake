@@ -48,6 +48,8 @@ if(CPECTL_GATEWAY AND CPECTL_PLATFORM_LIBS AND CPECTL_NETWORK_LIBS AND TARGET ga
             file(CREATE_LINK \"\${relative}\" \"\${root}/\${name}\" SYMBOLIC)
         endfunction()
         link(lib/cpectl-sim/cpectl-sim ${CMAKE_INSTALL_BINDIR}/cpectl-sim)
+        set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+        link(\${completions}/cpectl \${completions}/cpectl-sim)
         link(${CPECTL_PLATFORM_DIR} lib/cpectl-sim/platform)
         link(${CMAKE_INSTALL_BINDIR}/nvram ${CPECTL_PLATFORM_DIR}/nvram)")
 endif()

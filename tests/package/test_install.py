@@ -25,6 +25,7 @@ def test_programs_and_headers(tree):
     listed = files_of(tree)
     for path in ("/usr/sbin/cpectl", "/usr/sbin/cpectl-platform-check", "/usr/bin/nvram",
                  "/usr/bin/cpectl-sim", "/usr/share/bash-completion/completions/cpectl",
+                 "/usr/share/bash-completion/completions/cpectl-sim",
                  "/usr/share/man/man8/cpectl.8", "/usr/share/man/man8/cpectl-platform-check.8",
                  "/usr/share/man/man1/cpectl-sim.1", "/usr/share/man/man1/nvram.1",
                  "/usr/share/man/man5/ipsec.cfg.5"):
