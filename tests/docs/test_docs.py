@@ -3,11 +3,12 @@
 import json
 import re
 import subprocess
+from pathlib import Path
 
 import jsonschema
 import pytest
 
-MANUALS = ["cpectl.8", "cpectl-sim.1", "ipsec.cfg.5", "pptpuser.cfg.5", "cpectl.cfg.5"]
+MANUALS = sorted(path.name for path in (Path(__file__).parents[2] / "docs").glob("*.[158]"))
 GENERATED = ["docs/reference.html", "docs/cpectl.8", "completion/cpectl.bash"]
 
 
@@ -31,6 +32,11 @@ def test_generated_files_are_as_new(project, made):
     now, new = generated(project), generated(made)
     assert sorted(now) == sorted(new)
     assert [name for name in new if now[name] != new[name]] == []
+
+
+def test_manuals_are_these():
+    assert MANUALS == ["cpectl-platform-check.8", "cpectl-sim.1", "cpectl.8", "cpectl.cfg.5",
+                       "ipsec.cfg.5", "nvram.1", "pptpuser.cfg.5"]
 
 
 @pytest.mark.parametrize("name", MANUALS)
