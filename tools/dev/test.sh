@@ -55,7 +55,7 @@ done
 packages_need build run test lint fuzz ${target:+cross "$target"}
 if [[ -z $target ]] && ((${#chosen[@]} == 0)); then
     # Not everywhere can these be had; the tests that need them say so.
-    (packages_need cross armhf mipsel) || true
+    (packages_need cross armhf mipsel package) || true
 fi
 stages_begin
 # In each case, the end tells what failed.
