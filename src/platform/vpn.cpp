@@ -26,6 +26,7 @@ constexpr std::size_t kNameSize = 128;
 constexpr std::size_t kAddressSize = 20;
 constexpr std::size_t kCommandSize = 256;
 constexpr std::size_t kUrlSize = 512;
+constexpr std::size_t kDigestSize = 64;
 
 // ---- The two line files: what differs between tunnels and users ---------------------------------
 
@@ -53,7 +54,7 @@ cJSON* line_add(cJSON* reply, const cJSON* args, const char* member, const LineF
 
     char name[kNameSize] = {};
     char command[kCommandSize] = {};
-    (void)text_copy(name, text_until(text_head(line, kNameSize - 1), " "));
+    (void)text_copy(name, text_until(line, " "));
     if (!shell_print(command, file.added, name)) return reply_stat(reply, "err");
     if (file_is_there(file.path) && line_check(file, name) != 0) return reply_stat(reply, "err");
 
@@ -84,7 +85,7 @@ void line_file_clear(const LineFile& file) {
 }
 
 // The MD5 digest of a file as hexadecimal text; empty when there is none.
-void file_digest(const char* path, char (&digest)[64]) {
+void file_digest(const char* path, char (&digest)[kDigestSize]) {
     char command[128] = {};
     if (!shell_print(command, "md5sum %s |awk '{print $1}' 2>/dev/null", path)) return;
     const int lock = folder_lock(path);  // not of a part of it
@@ -98,7 +99,7 @@ cJSON* file_upload(cJSON* reply, cJSON* cbk, const cJSON* args, const LineFile& 
     const char* url = arg_filled(args, "postUrl");
     if (!url || std::strlen(url) >= kUrlSize) return reply_stat(reply, "err");
 
-    char digest[64] = {};
+    char digest[kDigestSize] = {};
     const bool exists = file_is_there(file.path);
     if (exists) {
         curl_post_file(url, file.path);
@@ -254,9 +255,9 @@ constexpr std::string_view kConnectionPrefix = "conn_";  // the daemon's names o
 constexpr std::string_view kAnyPeer = "0.0.0.0";
 
 struct Tunnel {
-    char name[128];
+    char name[kNameSize];
     std::int32_t number;  // always 0
-    char peer[20];
+    char peer[kAddressSize];
     std::int32_t state;  // 1 = established
 };
 
@@ -384,7 +385,7 @@ void status_fetch() {
     shell_run(
         "/usr/local/sbin/ipsec whack --status|grep \"; unrouted;\" |grep -v \"; erouted;\""
         " |grep -v \"established\" |grep -v \"0.0.0.0\" > /tmp/ipsec_eroute_tmp 2>/dev/null");
-    char command[256] = {};
+    char command[kCommandSize] = {};
     if (shell_print(command, "echo -n > %s", kStateFile)) shell_run(command);
 }
 
@@ -419,6 +420,27 @@ int ipsec_get_state_to_file() {
 
 namespace {
 
+// Appends the entry for a line of the state file. False when it cannot be created.
+bool add_tunnel_state(cJSON* array, std::string_view line) {
+    char name[kNameSize] = {};
+    char peer[kAddressSize] = {};
+    char state[10] = {};
+    std::string_view words[4];
+    for (std::string_view& word : words)
+        (void)take_word(line, word);
+    (void)text_copy(name, words[0]);
+    (void)text_copy(peer, words[2]);
+    (void)text_copy(state, text_until(words[3], "\r\n"));
+
+    cJSON* entry = cJSON_CreateObject();
+    if (!entry) return false;
+    cJSON_AddItemToArray(array, entry);
+    add_text(entry, "name", name);
+    add_text(entry, "ip", peer);
+    add_text(entry, "stat", state);
+    return true;
+}
+
 // Appends an entry for each line of the state file. False when the file cannot be opened or an
 // entry cannot be created.
 bool add_tunnel_states(cJSON* array) {
@@ -426,26 +448,8 @@ bool add_tunnel_states(cJSON* array) {
     if (!file) return false;
     char line[256];
     bool complete = true;
-    while (complete && next_line(file, line)) {
-        char name[128] = {};
-        char peer[20] = {};
-        char state[10] = {};
-        std::string_view words[4];
-        std::string_view rest = line;
-        for (std::string_view& word : words)
-            (void)take_word(rest, word);
-        (void)text_copy(name, words[0]);
-        (void)text_copy(peer, words[2]);
-        (void)text_copy(state, text_until(words[3], "\r\n"));
-
-        cJSON* entry = cJSON_CreateObject();
-        complete = entry != nullptr;
-        if (!complete) break;
-        cJSON_AddItemToArray(array, entry);
-        add_text(entry, "name", name);
-        add_text(entry, "ip", peer);
-        add_text(entry, "stat", state);
-    }
+    while (complete && next_line(file, line))
+        complete = add_tunnel_state(array, line);
     std::fclose(file);
     return complete;
 }
