@@ -7,7 +7,9 @@
 
 EXPORTED char* mvram_get(const char* name) {
     char* (*stock)(const char*) = (char* (*)(const char*))stock_find(STOCK, "mvram_get");
-    char* value = stock && !call_fails("mvram_get") ? stock(name) : NULL;
+    static char* last;
+    const bool answers = stock && !call_fails("mvram_get");
+    char* value = text_hand_out(answers ? stock(name) : NULL, &last);
     struct Line line = {0};
     call_begin(&line, "mvram_get");
     call_add_text(&line, name);

@@ -16,6 +16,13 @@ bool call_fails(const char* function) {
     return found;
 }
 
+char* text_hand_out(const char* text, char** last) {
+    if (*last) explicit_bzero(*last, strlen(*last));
+    free(*last);
+    *last = text ? strdup(text) : NULL;
+    return *last;
+}
+
 void call_begin(struct Line* line, const char* function) {
     line_text(line, "{\"call\":\"");
     line_text(line, function);

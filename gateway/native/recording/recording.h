@@ -16,6 +16,10 @@ void* stock_find(const char* library, const char* function);
 // Whether the run says that this call fails.
 bool call_fails(const char* function);
 
+// A copy of a getter's text (or null), and the end of the copy before it, which `last` keeps: the
+// texts of these libraries are good until their next call only, as those of a vendor's may be.
+char* text_hand_out(const char* text, char** last);
+
 // Starts a record; arguments are appended with the two functions below, and one of the ends
 // writes it. `line` starts all zero.
 void call_begin(struct Line* line, const char* function);
