@@ -105,7 +105,8 @@ def test_an_answer_that_is_completed_later_is_read_again(office):
     office.write("/opt/offer", '{"msg":{"path":"http://fw.example/a.bin","textNotes":"t",'
                                '"md5":"5","type":"x"}}')
     outcome = office.script(
-        "(sleep 0.75; cp /opt/offer /tmp/new; mv /tmp/new /tmp/pushfile) & "
+        "(until [ \"$(cat /tmp/pushfile 2>/opt/none)\" = '{' ]; do sleep 0.01; done; "
+        "cp /opt/offer /tmp/new; mv /tmp/new /tmp/pushfile) & "
         "/usr/sbin/cpectl checkOta; status=$?; wait; exit $status")
     assert outcome.output("stdout") == ""
     assert was_taken(outcome)

@@ -71,7 +71,8 @@ void* __wrap_malloc(std::size_t size) {
 }
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
-    return count * size == g_refused_size && size > 0 ? nullptr : __real_calloc(count, size);
+    const std::size_t bytes = count * size;
+    return bytes == g_refused_size && bytes > 0 ? nullptr : __real_calloc(count, size);
 }
 
 // ---- Downloads
