@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <cjson/cJSON.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -95,14 +96,18 @@ void mem_entry_read(std::FILE* file, MemEntry& entry) {
 }
 
 // The whole number at the start of a file, modulo 2^32; `otherwise` when there is no such file or
-// no number in it.
+// no number in it. (A stream and its scanning cost a tenth of an empty program.)
 std::int32_t number_in_file(const char* path, std::int32_t otherwise) {
-    std::FILE* file = std::fopen(path, "re");
-    if (!file) return otherwise;
-    long long number;
-    const bool read = std::fscanf(file, "%lld", &number) == 1;
-    std::fclose(file);
-    return read ? static_cast<std::int32_t>(static_cast<std::uint32_t>(number)) : otherwise;
+    char text[1024];
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0) return otherwise;
+    const ssize_t size = read(file, text, sizeof text - 1);
+    close(file);
+    text[size > 0 ? size : 0] = '\0';
+
+    char* end;
+    const long long number = std::strtoll(text, &end, 10);
+    return end == text ? otherwise : static_cast<std::int32_t>(static_cast<std::uint32_t>(number));
 }
 
 // Where each generation of kernels counts its connections.

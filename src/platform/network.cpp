@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int kWanCount = 4;
+constexpr const char* kWanNames[kWanCount] = {"WAN1", "WAN2", "WAN3", "WAN4"};
 constexpr std::size_t kWanKeySize = 20;    // the longest, "WAN4_PPPOE_USER", takes 16
 constexpr std::size_t kRunValueSize = 64;  // what the running address and gateway are cut to
 
@@ -165,18 +166,13 @@ void get_wan_detail_info(cJSON* links, int link) {
             break;
     }
     wan_show_running(link, info);
-
-    char name[] = "WAN0";
-    name[3] = static_cast<char>('0' + link);
-    add_item(links, name, info);
+    add_item(links, kWanNames[link - 1], info);
 }
 
 // The object of the first link that the request holds, and its number; null when there is none.
 const cJSON* wan_requested(const cJSON* args, int& link) {
     for (link = 1; link <= kWanCount; link++) {
-        char name[] = "WAN0";
-        name[3] = static_cast<char>('0' + link);
-        if (const cJSON* object = cJSON_GetObjectItem(args, name)) return object;
+        if (const cJSON* object = cJSON_GetObjectItem(args, kWanNames[link - 1])) return object;
     }
     return nullptr;
 }

@@ -3,6 +3,9 @@
 
 #include <cjson/cJSON.h>
 
+#include <cmath>
+#include <cstdint>
+
 #include "log/log.h"
 #include "tools/store.h"
 #include "tools/text.h"
@@ -10,6 +13,25 @@
 namespace {
 
 bool member_lost = false;
+
+// The digits of a whole number that has at most 15 of them, at the end of `out`; null for any other
+// number, and for the zero below zero, which has a sign.
+const char* whole_digits(double value, char (&out)[20]) {
+    constexpr double kLimit = 1e15;
+    if (!(value > -kLimit && value < kLimit) || (value == 0 && std::signbit(value))) return nullptr;
+    const auto whole = static_cast<std::int64_t>(value);
+    if (static_cast<double>(whole) != value) return nullptr;
+
+    auto rest = static_cast<std::uint64_t>(whole < 0 ? -whole : whole);
+    std::size_t at = sizeof out - 1;
+    out[at] = '\0';
+    do {
+        out[--at] = static_cast<char>('0' + rest % 10);
+        rest /= 10;
+    } while (rest != 0);
+    if (whole < 0) out[--at] = '-';
+    return out + at;
+}
 
 }  // namespace
 
@@ -51,11 +73,15 @@ void add_text(cJSON* object, const char* member, const char* value) {
 }
 
 void add_number(cJSON* object, const char* member, double value) {
-    add_item(object, member, cJSON_CreateNumber(value));
+    // For its number, the JSON library prints and scans: a whole number is spared that, as the text
+    // is the same.
+    char buffer[20];
+    const char* digits = whole_digits(value, buffer);
+    add_item(object, member, digits ? cJSON_CreateRaw(digits) : cJSON_CreateNumber(value));
 }
 
 void add_item(cJSON* object, const char* member, cJSON* item) {
-    if (!cJSON_AddItemToObject(object, member, item)) member_lost = true;
+    if (!cJSON_AddItemToObjectCS(object, member, item)) member_lost = true;
 }
 
 void add_fields(cJSON* object, std::span<const TextField> fields) {

@@ -31,7 +31,8 @@ cJSON* reply_lost(const char* handler, Lost wording);
 // the reply must not be printed then.
 bool reply_is_whole();
 
-// Adds one member; `item` may be null, which counts as a member that could not be added.
+// Adds one member, whose name has to outlive the object; `item` may be null, which counts as a
+// member that could not be added.
 void add_text(cJSON* object, const char* member, const char* value);
 void add_number(cJSON* object, const char* member, double value);
 void add_item(cJSON* object, const char* member, cJSON* item);

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <limits>
 #include <map>
 #include <string>
 
@@ -116,6 +117,45 @@ TEST(Reply, KeepsTheOrderOfItsMembers) {
                               "\xC3\xA9"
                               R"(","cbk":{"half":0.5,"most":4294967295},"a":""})");
     cJSON_Delete(reply);
+}
+
+TEST(Reply, PrintsNumbersAsTheJsonLibraryDoes) {
+    constexpr double kNumbers[] = {
+        0,
+        -0.0,
+        1,
+        -1,
+        9,
+        10,
+        -1234567890,
+        2147483648.0,
+        1e9,
+        1e14,
+        999999999999999.0,
+        -999999999999999.0,
+        1e15,
+        -1e15,
+        1e16,
+        1e300,
+        0.5,
+        -0.25,
+        20.5,
+        1e-7,
+        1e9 + 0.5,
+        std::numeric_limits<double>::max(),
+        std::numeric_limits<double>::infinity(),
+        std::numeric_limits<double>::quiet_NaN(),
+    };
+    for (const double number : kNumbers) {
+        SCOPED_TRACE(number);
+        cJSON* ours = cJSON_CreateObject();
+        cJSON* theirs = cJSON_CreateObject();
+        add_number(ours, "n", number);
+        cJSON_AddItemToObject(theirs, "n", cJSON_CreateNumber(number));
+        EXPECT_EQ(printed(ours), printed(theirs));
+        cJSON_Delete(ours);
+        cJSON_Delete(theirs);
+    }
 }
 
 TEST(Reply, AddsAMemberForEachField) {
