@@ -47,6 +47,8 @@ target_cases() { # TARGET
 
 target_stages() { # TARGET
     stage "build: $1" "build-$1" build_target "$1" || return 0
+    ((${#chosen[@]} > 0)) ||
+        stage "size and needs: $1" "program-$1" "$ROOT/tools/bench/program.py" check "$1"
     [[ $1 == musl ]] || stage "unit tests: $1" "unit-$1" unit_tests "unit-$1" "$1"
     [[ $1 != armhf ]] ||
         stage 'unit tests: other char and time_t' unit-types unit_tests unit-types types
