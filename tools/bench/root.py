@@ -50,8 +50,10 @@ exec "$@"
 """
 
 
-def compile_programs(folder):
+def compile_programs(folder, without):
     for name, (source, words) in PROGRAMS.items():
+        if name in without:
+            continue
         subprocess.run(
             ["gcc", "-O2", "-Wall", "-D_GNU_SOURCE", f"-I{PROJECT}/include", f"-I{SOURCES}",
              SOURCES / source, "-o", folder / name, *words], check=True)
@@ -63,15 +65,16 @@ def write_script(path, text):
 
 
 class Root:
-    """The root, made anew in a folder of the build, and in memory until it is left."""
+    """The root, made anew in a folder of the build, and in memory until it is left; `without`
+    some of PROGRAMS, when they are not needed."""
 
-    def __init__(self, folder=BUILD, program=PROGRAM):
+    def __init__(self, folder=BUILD, program=PROGRAM, without=()):
         self.folder = folder
         shutil.rmtree(folder, ignore_errors=True)
         for name in ("bench/files", "sbin", "local", "etc", "flash", "changing"):
             (folder / name).mkdir(parents=True)
         self.files = folder / "bench" / "files"
-        compile_programs(folder / "bench")
+        compile_programs(folder / "bench", without)
         shutil.copy(program, folder / "bench" / "cpectl")
         shutil.copy(PLATFORM / "nvram", folder / "bench")
         self._install_libraries()

@@ -26,6 +26,9 @@ QUIET_LIMITS = [
     ("calls", "system calls", 100),
 ]
 
+# What the tests allow instead, where a target is out of reach: docs/performance.md says why.
+FLOORS = {("cpectl wanInfoGet", "instructions_times"): 3.2}
+
 
 def of_records(records):
     for candidate in candidates.QUIET:
