@@ -323,14 +323,11 @@ void tunnels_read(std::FILE* file) {
     }
 }
 
-// The address in "[2] 198.51.100.7:4500 ...": what the daemon shows for a peer that may be any.
-// Empty when there is none.
-std::string_view shown_peer(std::string_view rest) {
-    const std::size_t at = text_find(rest, "] ");
-    if (at == rest.size()) return {};
-    const std::string_view first = text_head(text_tail(rest, at + 2), 1);
-    const std::string_view others = text_until(text_tail(rest, at + 3), ":");
-    return {first.data(), first.size() + others.size()};
+// The address at the start of "198.51.100.7:4500 ...": up to the first colon behind its first
+// character.
+std::string_view shown_peer(std::string_view text) {
+    const std::string_view behind_first = text_until(text_tail(text, 1), ":");
+    return text_head(text, 1 + behind_first.size());
 }
 
 // One line of an established connection, such as
@@ -339,14 +336,15 @@ void established_line(std::string_view line) {
     if (line.size() < 5 || line[4] != '#') return;
     const std::string_view behind = text_until(text_tail(line, 5), "\n");
     const std::string_view quoted = text_tail(behind, text_until(behind, "\"").size() + 1);
-    if (!begins_with(quoted, "c")) return;
     const std::string_view connection = text_until(quoted, "\"/");
     Tunnel* tunnel = tunnel_of_connection(connection);
     if (!tunnel) return;
 
+    // What the daemon shows for a peer that may be any stands behind the number of the instance.
     const std::string_view rest = text_tail(quoted, connection.size() + 1);
-    if (begins_with(tunnel->peer, kAnyPeer) && text_find(rest, "] ") < rest.size())
-        (void)text_copy(tunnel->peer, shown_peer(rest));
+    const std::size_t instance_end = text_find(rest, "] ");
+    if (begins_with(tunnel->peer, kAnyPeer) && instance_end < rest.size())
+        (void)text_copy(tunnel->peer, shown_peer(text_tail(rest, instance_end + 2)));
     tunnel->state = 1;
 }
 
