@@ -1,5 +1,6 @@
 """libhostsort: the hosts and their traffic, on a gateway that really routes and translates."""
 import concurrent.futures
+import struct
 import time
 
 import kept
@@ -312,9 +313,10 @@ def test_without_permission_hosts_have_zero_counters(gateway):
     lambda content: content + b"x",
     lambda content: b"XXXX" + content[4:],
     lambda content: content[:4] + b"\xff" * 8 + content[12:],
+    lambda content: content[:64] + struct.pack("=q", 1 << 62) + content[72:],
     lambda content: b"\xff" * len(content),
     lambda content: bytes(4 << 20),
-], ids=["empty", "short", "long", "format", "counts", "ones", "huge"])
+], ids=["empty", "short", "long", "format", "counts", "future", "ones", "huge"])
 def test_damaged_totals_begin_anew(gateway, network, damage):
     """What the flows that are still there have moved is not lost."""
     down, up = udp(network, count=2, keep="open")

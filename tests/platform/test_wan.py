@@ -176,6 +176,7 @@ def test_a_reading_from_other_surroundings_is_not_used(two_links, network, field
     lambda content: b"XXXX" + content[4:],
     lambda content: content[:4] + struct.pack("=I", 5) + content[8:],
     lambda content: content[:4] + b"\xff" * 4 + content[8:64] + bytes(len(content) - 64),
+    lambda content: content[:56] + struct.pack("=q", 1 << 62) + content[64:],  # in the future
     lambda content: b"\xff" * len(content),
     lambda content: bytes(1 << 20),
 ])
