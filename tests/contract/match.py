@@ -135,6 +135,13 @@ class Pattern:
         return (self._line(f"{store}_get", key)
                 + self._group(("optional", f"{where}: the write"), written) + "?")
 
+    def _call(self, step):
+        call, _, rest = step["call"].partition(" ")
+        words = self._literal(rest)
+        if "to" in step:  # what its placeholder stands for
+            words = words.replace(ANY, self._value(step["to"]) or r"(?!)")
+        return self._line(call, " " + words if rest else "")
+
     def _bare(self, step, where):
         verb = contract.verb(step)
         if verb == "read":
@@ -145,8 +152,7 @@ class Pattern:
         if verb == "commit":
             return self._line("nvram_commit", "")
         if verb == "call":
-            call, _, rest = step["call"].partition(" ")
-            return self._line(call, " " + self._literal(rest) if rest else "")
+            return self._call(step)
         if verb == "shell":
             return "shell " + self._literal(step["shell"]) + END
         if verb == "either":
@@ -226,8 +232,15 @@ def _has_shape(value, shape, where, credit):
     if "text" in shape:
         return isinstance(value, str)
     kinds = int if "whole" in shape else (int, float)
-    return (isinstance(value, kinds) and not isinstance(value, bool)
-            and shape.get("at-least", value) <= value <= shape.get("at-most", value))
+    if not isinstance(value, kinds) or isinstance(value, bool):
+        return False
+    credit.update(line for line in _bound_lines(shape, where) if line.endswith(f" is {value}"))
+    return shape.get("at-least", value) <= value <= shape.get("at-most", value)
+
+
+def _bound_lines(shape, where):
+    """That a number was seen at its bounds."""
+    return (f"{where} is {shape[bound]}" for bound in ("at-least", "at-most") if bound in shape)
 
 
 def members_fit(pairs, members, where, credit):
@@ -270,6 +283,8 @@ def _shape_lines(shape, where):
     elif "one-of" in shape:
         for value in shape["one-of"]:
             yield f"{where} is {value}"
+    else:
+        yield from _bound_lines(shape, where)
 
 
 def _member_lines(members, where):

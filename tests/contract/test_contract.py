@@ -122,6 +122,17 @@ def test_each_change_tells_how_to_see_its_effect(commands):
                                     and not changes_something(commands[shown_by])), name
 
 
+# The gateway's scripts that may restart it.
+RESTARTING = ("/usr/sbin/reboot.sh", "/usr/sbin/cpectlUpgrade.sh", "/usr/sbin/pushOTA.sh")
+
+
+def test_commands_say_that_the_gateway_may_restart(records, commands):
+    """Those of which a case shows that they run such a script, and no others."""
+    shown = {command_of(record, commands)["name"] for record in records
+             for run in record.scripts if run.startswith(RESTARTING)}
+    assert shown == {name for name, command in commands.items() if "restarts" in command}
+
+
 def test_background_is_what_the_shell_text_says(commands):
     for name, command in commands.items():
         for answer in command["answers"].values():
