@@ -1,7 +1,6 @@
 """The Debian packages: built, seen by lintian, installed in a clean system, and run there (the
 latter takes longer and fetches a system)."""
 import os
-import pathlib
 import re
 import shutil
 import subprocess
@@ -29,11 +28,8 @@ ENTER = ["unshare", "--mount", "--pid", "--fork", "sh", "-ec", """
 
 
 def archive():
-    """The archive that this machine installs from, as tools/dev/sysroot.sh finds it."""
-    sources = [path.read_text() for path in sorted(pathlib.Path("/etc/apt").rglob("*"))
-               if path.suffix in (".sources", ".list")]
-    found = re.search(r"^(?:deb|URIs:) .*?(http\S+)", "\n".join(sources), re.MULTILINE)
-    return found and found[1]
+    """The archive that this machine installs from."""
+    return run("bash", "-c", f"source {ROOT}/tools/dev/lib/archive.sh; debian_archive").strip()
 
 
 @pytest.fixture(scope="module")

@@ -26,10 +26,9 @@ case $target in
 esac
 [ "$(cat "$stamp" 2>/dev/null)" = "$wanted" ] && exit 0
 
-# The archive that this machine installs from: the first of its apt sources.
-uri=$(find /etc/apt -name '*.sources' -o -name '*.list' | sort | xargs cat |
-    awk '/^(deb|URIs:) / {for (i = 2; i <= NF; i++) if ($i ~ /^http/ && !uri) uri = $i}
-         END {print uri}')
+# shellcheck source=tools/dev/lib/archive.sh
+source tools/dev/lib/archive.sh
+uri=$(debian_archive)
 [ -n "$uri" ] || { echo "sysroot: no Debian archive in this machine's apt sources" >&2; exit 1; }
 suite=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
 
