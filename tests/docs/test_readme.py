@@ -1,0 +1,30 @@
+"""What the README shows is what comes of it."""
+
+import re
+import shlex
+import subprocess
+
+import pytest
+
+def sessions(text):
+    """Each request of the README as (words behind "./dev run", what is shown of it)."""
+    for request, shown in re.findall(r"^    \$ \./dev run (.*)\n((?:    [^$\n].*\n)*)", text,
+                                     re.MULTILINE):
+        yield shlex.split(request), re.sub(r"^    ", "", shown, flags=re.MULTILINE)
+
+
+def without_numbers(text):
+    """Rates and totals differ from run to run."""
+    return re.sub(r"(_(rate|total)\":)[\d.e+-]+", r"\1N", text)
+
+
+def test_the_session_is_real(project, tmp_path):
+    """Its requests, one after the other on one gateway."""
+    shown = list(sessions((project / "README.md").read_text("utf-8")))
+    assert len(shown) >= 5
+    for words, expected in shown:
+        done = subprocess.run([project / "gateway/cpectl-sim", "--state", tmp_path / "state",
+                               *words], capture_output=True, text=True, check=False)
+        if done.returncode == 125:
+            pytest.skip(f"no emulated gateway can be run here: {done.stderr.strip()}")
+        assert without_numbers(done.stdout) == without_numbers(expected), words
