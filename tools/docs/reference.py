@@ -42,7 +42,8 @@ ol, ul { margin: .2rem 0; padding-left: 1.5rem; }
 .tag.strong { border-color: var(--mark); color: var(--mark); }
 .when { opacity: .75; font-style: italic; }
 .effect { border-left: 3px solid var(--mark); padding-left: .7rem; margin: .6rem 0; }
-@media (max-width: 50rem) { nav { display: none; } main { padding: 1rem; } }
+@media (max-width: 50rem) { nav { display: none; } main { padding: 1rem; }
+  table { display: block; overflow-x: auto; } }
 @media print { nav { display: none; } }
 """
 
@@ -304,6 +305,8 @@ def _command(command, example):
         parts.append(_prose(command["restarts"]))
     rows = list(_argument_rows(command["arguments"]))
     parts.append(_table(("Argument", "", "", "Limits"), rows) if rows else "<p>No arguments.")
+    parts.append(f'<p class="when">JSON Schemas: <a href="schemas/requests/{name}.json">request'
+                 f'</a>, <a href="schemas/answers/{name}.json">answer</a>')
     parts.append(_effect(command))
     notes = "".join(f"<li>{_prose(note)}" for note in command.get("notes", []))
     parts.append(f"<ul>{notes}</ul>" if notes else "")
