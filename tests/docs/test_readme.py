@@ -6,6 +6,7 @@ import subprocess
 
 import pytest
 
+
 def sessions(text):
     """Each request of the README as (words behind "./dev run", what is shown of it)."""
     for request, shown in re.findall(r"^    \$ \./dev run (.*)\n((?:    [^$\n].*\n)*)", text,
