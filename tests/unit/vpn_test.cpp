@@ -3,10 +3,13 @@
 #include "platform/vpn.h"
 
 #include <cjson/cJSON.h>
+#include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,16 +25,25 @@ constexpr char kTunnels[] = "/disk/conf/ipsec.cfg";
 constexpr char kUsers[] = "/disk/conf/pptpuser.cfg";
 constexpr char kState[] = "/tmp/ipsec_stat";
 
-// A command, and what was in the line files when it was run.
+// A command, what was in the line files when it was run, and whether their folder was locked.
 struct Command {
     std::string text;
     std::string tunnels;
     std::string users;
+    bool locked;
 };
 std::vector<Command> g_commands;
 
 std::string text_of(const char* path) {
     return file_exists(path) ? file_text(path) : "(nothing)";
+}
+
+// Whether somebody else would have to wait for the folder.
+bool is_locked(const char* folder) {
+    const int other = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool locked = other >= 0 && flock(other, LOCK_EX | LOCK_NB) != 0;
+    close(other);
+    return locked;
 }
 
 // Runs `body` where "/" is an empty gateway.
@@ -57,7 +69,7 @@ void sort_into(const char* path, const char* lines) {
 }  // namespace
 
 int __wrap_system(const char* command) {
-    g_commands.push_back({command, text_of(kTunnels), text_of(kUsers)});
+    g_commands.push_back({command, text_of(kTunnels), text_of(kUsers), is_locked("/disk/conf")});
     const std::string text = command;
     if (text.find("> /tmp/ipsec_state_tmp") != std::string::npos)
         sort_into("/tmp/ipsec_state_tmp", g_established);
@@ -74,6 +86,33 @@ TEST(Vpn, AddsTheLineBeforeTheScriptStarts) {
         ASSERT_EQ(g_commands.size(), 2u);
         EXPECT_EQ(g_commands[0].tunnels, "office 1\n");
         EXPECT_EQ(g_commands[1].users, "ann secret\n");
+    });
+}
+
+TEST(Vpn, EmptiesALineFileWhenNobodyEditsIt) {
+    in_gateway([] {
+        cpectl_vpn_ipsec_tun_all_del(0, nullptr);
+        cpectl_pptpd_user_all_del(0, nullptr);
+        ASSERT_EQ(g_commands.size(), 4u);
+        for (const std::size_t number : {0u, 2u}) {
+            SCOPED_TRACE(g_commands[number].text);
+            EXPECT_TRUE(g_commands[number].locked) << "a deletion would bring the lines back";
+            EXPECT_FALSE(g_commands[number + 1].locked) << "the script may edit the file itself";
+        }
+    });
+}
+
+TEST(Vpn, LetsTheScriptsOfADeletionIn) {
+    in_gateway([] {
+        write_file(kTunnels, "office 1\n");
+        write_file(kUsers, "ann secret\n");
+        cpectl_vpn_ipsec_tun_del(1, cJSON_Parse(R"({"tunName":"office"})"));
+        cpectl_pptpd_user_del(1, cJSON_Parse(R"({"userName":"ann"})"));
+        ASSERT_EQ(g_commands.size(), 8u);
+        for (const Command& command : g_commands) {
+            SCOPED_TRACE(command.text);
+            EXPECT_EQ(command.locked, command.text.find("mv ") == 0);
+        }
     });
 }
 
