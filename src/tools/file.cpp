@@ -12,9 +12,24 @@
 
 #include "tools/text.h"
 
+namespace {
+
+// Whether an open file is a plain one of this user under one name.
+bool is_own(int file) {
+    struct stat status;
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+           status.st_nlink == 1;
+}
+
+}  // namespace
+
 std::FILE* file_create(const char* path) {
-    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-    return file < 0 ? nullptr : fdopen(file, "w");
+    // Not to wait for a reader, should the path be a pipe; emptied only when it may be.
+    const int file = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+    if (file < 0) return nullptr;
+    if (is_own(file) && ftruncate(file, 0) == 0) return fdopen(file, "w");
+    close(file);
+    return nullptr;
 }
 
 bool is_symbolic_link(const char* path) {

@@ -3,8 +3,9 @@
 
 #include <cstdio>
 
-// Opens `path` for writing, created or emptied. A symbolic link at `path` is refused, not followed.
-// Null on failure.
+// Opens `path` for writing, created or emptied. What others may have laid there is refused: a
+// symbolic link, a pipe or device, a file of another user, a second name of some file. Null on
+// failure.
 std::FILE* file_create(const char* path);
 
 // Whether `path` is a symbolic link: one that was laid where a command of the shell is about to

@@ -12,7 +12,6 @@
 #include <string>
 
 #include "support.h"
-#include "tools/text.h"
 
 namespace {
 
