@@ -3,6 +3,7 @@
 
 #include <cjson/cJSON.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -275,7 +276,7 @@ int __wrap_system(const char* text) {
 
 std::FILE* __wrap_popen(const char* text, const char*) {
     world.shell.emplace_back(text);
-    std::FILE* stream = std::tmpfile();
+    std::FILE* stream = fdopen(memfd_create("captured", MFD_CLOEXEC), "w+");
     const bool is_devices = std::strcmp(text, "cat /proc/net/dev") == 0;
     const std::string output = is_devices ? world_file_content("/proc/net/dev") : world.captured;
     if (!stream || std::fwrite(output.data(), 1, output.size(), stream) != output.size()) abort();
