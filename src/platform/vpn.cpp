@@ -56,7 +56,8 @@ cJSON* line_add(cJSON* reply, const cJSON* args, const char* member, const LineF
     char command[kCommandSize] = {};
     (void)text_copy(name, text_until(line, " "));
     if (!shell_print(command, file.added, name)) return reply_stat(reply, "err");
-    if (file_is_there(file.path) && line_check(file, name) != 0) return reply_stat(reply, "err");
+    if (line_file_is_there(file.path) && line_check(file, name) != 0)
+        return reply_stat(reply, "err");
 
     add_line(line, file.path);
     shell_run(command);
@@ -79,7 +80,7 @@ bool line_named(const cJSON* args, const char* member, const LineFile& file,
 void line_file_clear(const LineFile& file) {
     char command[kCommandSize] = {};
     if (!shell_print(command, "> %s >/dev/null 2>/dev/null", file.path)) return;
-    const int lock = folder_lock(file.path);  // a deletion would bring back the other lines
+    const int lock = line_file_lock(file.path);  // a deletion would bring back the other lines
     shell_run(command);
     folder_unlock(lock);
 }
@@ -88,7 +89,7 @@ void line_file_clear(const LineFile& file) {
 void file_digest(const char* path, char (&digest)[kDigestSize]) {
     char command[128] = {};
     if (!shell_print(command, "md5sum %s |awk '{print $1}' 2>/dev/null", path)) return;
-    const int lock = folder_lock(path);  // not of a part of it
+    const int lock = line_file_lock(path);  // not of a part of it
     system_operate(command, digest);
     folder_unlock(lock);
     digest[text_until(digest, "\r\n").size()] = '\0';
@@ -100,7 +101,7 @@ cJSON* file_upload(cJSON* reply, cJSON* cbk, const cJSON* args, const LineFile& 
     if (!url || std::strlen(url) >= kUrlSize) return reply_stat(reply, "err");
 
     char digest[kDigestSize] = {};
-    const bool exists = file_is_there(file.path);
+    const bool exists = line_file_is_there(file.path);
     if (exists) {
         curl_post_file(url, file.path);
         file_digest(file.path, digest);
@@ -400,7 +401,7 @@ int ipsec_get_state_to_file() {
     status_fetch();
     std::FILE* state = std::fopen(kStateFile, "a+e");
     std::FILE* established = std::fopen(kEstablishedFile, "re");
-    std::FILE* tunnels = file_open_settled(kTunnels.path);
+    std::FILE* tunnels = line_file_open(kTunnels.path);
     std::FILE* unrouted = std::fopen(kUnroutedFile, "re");
     // On failure the open ones are left to the end of the process.
     if (!state || !established || !tunnels || !unrouted) return -1;

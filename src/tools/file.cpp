@@ -50,17 +50,3 @@ int folder_lock(const char* path) {
 void folder_unlock(int lock) {
     if (lock >= 0) close(lock);
 }
-
-std::FILE* file_open_settled(const char* path) {
-    const int lock = folder_lock(path);
-    std::FILE* file = std::fopen(path, "re");
-    folder_unlock(lock);
-    return file;
-}
-
-bool file_is_there(const char* path) {
-    const int lock = folder_lock(path);
-    const bool there = access(path, F_OK) == 0;
-    folder_unlock(lock);
-    return there;
-}

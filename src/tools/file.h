@@ -18,11 +18,3 @@ bool is_symbolic_link(const char* path);
 // then.
 int folder_lock(const char* path);
 void folder_unlock(int lock);
-
-// Opens `path` for reading, but not while another process of this program replaces it: moved here
-// from another file system, a file is away for a moment and then grows. What is open stays whole.
-// Null on failure.
-std::FILE* file_open_settled(const char* path);
-
-// Whether there is something at `path`, asked at such a time.
-bool file_is_there(const char* path);

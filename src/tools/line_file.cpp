@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -21,6 +22,7 @@ constexpr char kWorkFile[] = "/tmp/cpectl_tmp_write_file";
 constexpr std::size_t kLineSize = 4096;
 constexpr std::size_t kLineLimit = kLineSize - 1;  // as given to fgets: 4094 characters are read
 constexpr std::size_t kNameSize = 128;
+constexpr std::size_t kPathSize = 256;
 
 // Writes the line and a newline at the end of the file, whole or not at all.
 bool line_append(int file, const char* line) {
@@ -71,7 +73,63 @@ bool write_work_file(const char* name, const char* path) {
     return written;
 }
 
+// The second name of a file that is being replaced. False when the path is too long.
+bool old_name(std::span<char> out, const char* path) {
+    return text_print(out, "%s.old", path);
+}
+
+// Whether the disk has amply room for a copy of the file.
+bool has_room_for_copy(const char* path) {
+    struct stat file;
+    struct statvfs disk;
+    if (stat(path, &file) != 0 || statvfs(path, &disk) != 0) return false;
+    const std::uint64_t room = static_cast<std::uint64_t>(disk.f_bavail) * disk.f_frsize;
+    return room / 2 > static_cast<std::uint64_t>(file.st_size);
+}
+
+// Gives the file a second name until it is replaced: from another file system, mv takes it away
+// before it copies the new one. A disk without room for both, or without second names, does
+// without.
+void old_file_keep(const char* path) {
+    char old[kPathSize];
+    if (!old_name(old, path) || !has_room_for_copy(path)) return;
+    [[maybe_unused]] const int failed = link(path, old);
+}
+
+// Takes the second name away: the file was replaced.
+void old_file_forget(const char* path) {
+    char old[kPathSize];
+    if (old_name(old, path)) unlink(old);
+}
+
+// Brings back the old file, if it has its second name still: its replacement failed, or was cut
+// off, by the power say.
+void old_file_restore(const char* path) {
+    char old[kPathSize];
+    if (old_name(old, path) && std::rename(old, path) == 0) unlink(old);  // both may be one file
+}
+
 }  // namespace
+
+int line_file_lock(const char* path) {
+    const int lock = folder_lock(path);
+    if (lock >= 0) old_file_restore(path);
+    return lock;
+}
+
+std::FILE* line_file_open(const char* path) {
+    const int lock = line_file_lock(path);
+    std::FILE* file = std::fopen(path, "re");
+    folder_unlock(lock);
+    return file;
+}
+
+bool line_file_is_there(const char* path) {
+    const int lock = line_file_lock(path);
+    const bool there = access(path, F_OK) == 0;
+    folder_unlock(lock);
+    return there;
+}
 
 int file_content_get(const char* path, std::span<char> output) {
     std::FILE* file = std::fopen(path, "re");
@@ -89,7 +147,7 @@ int file_content_get(const char* path, std::span<char> output) {
 }
 
 int add_line(const char* line, const char* path) {
-    const int lock = folder_lock(path);
+    const int lock = line_file_lock(path);
     const int file = open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     // Kept: behind a last line without newline, the new one continues that line.
     const bool added = file >= 0 && line_append(file, line);
@@ -102,9 +160,15 @@ int del_line(const char* name, const char* path) {
     char move[128] = {};
     if (!shell_print(move, "mv -f %s %s >/dev/null", kWorkFile, path)) return -1;
 
-    const int lock = folder_lock(path);
+    const int lock = line_file_lock(path);
     const bool written = write_work_file(name, path);
-    if (written) shell_run(move);
+    if (written) {
+        old_file_keep(path);
+        if (shell_run(move) == 0)
+            old_file_forget(path);
+        else
+            old_file_restore(path);
+    }
     folder_unlock(lock);
     if (!written) return -1;
 
@@ -113,7 +177,7 @@ int del_line(const char* name, const char* path) {
 }
 
 int find_name_which_line(const char* name, const char* path) {
-    std::FILE* file = file_open_settled(path);
+    std::FILE* file = line_file_open(path);
     if (!file) return -1;
     char line[kLineSize];
     int found = 0;
@@ -131,7 +195,7 @@ int find_name_which_line(const char* name, const char* path) {
 }
 
 int line_file_has(const char* name, const char* path, std::size_t line_size) {
-    std::FILE* file = file_open_settled(path);
+    std::FILE* file = line_file_open(path);
     if (!file) return -1;
     char line[kLineSize];
     bool found = false;

@@ -3,11 +3,25 @@
 // The program never rewrites a record. Each edit holds a lock on the folder of the file, so that
 // two processes that add and delete at once lose no record of each other and share the one work
 // file in turns. (The lock is on the folder since the file itself is replaced, and since nothing
-// is to be left behind.) A search opens the file under that lock, too.
+// is to be left behind.) What only reads opens the file under that lock, too: moved here from
+// another file system, a file is away for a moment and then grows. While a deletion has it moved,
+// PATH.old is a second name of the old file; a process that finds that name under the lock brings
+// the old file back, since the move was cut off.
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <span>
+
+// Takes the lock of a line file, and brings the file back when an edit of it was cut off. To be
+// undone by folder_unlock().
+int line_file_lock(const char* path);
+
+// Opens the file for reading when nobody is editing it. What is open stays whole. Null on failure.
+std::FILE* line_file_open(const char* path);
+
+// Whether there is such a file, asked at such a time.
+bool line_file_is_there(const char* path);
 
 // Appends the whole content of a text file to the terminated text in `output`. Returns the number
 // of bytes appended; -1 when the file cannot be opened. What does not fit is left out.

@@ -33,6 +33,8 @@ LEFT_BEHIND = {"password.tmp", "pushfile", "ipsec_stat", "ipsec_state_tmp", "ips
                "cpectl_tmp_write_file"}
 # Beside a store's file lies its new copy until it takes the file's place; sed makes one, too.
 NEW_COPIES = re.compile(r"nvram\.new|mvram\.new|nvram\.\w+|mvram\.\w+|cpectl\.cfg\w+")
+# While a line file is moved into its place, the old one keeps a second name.
+OLD_FILE = re.compile(r"(ipsec|pptpuser)\.cfg\.old")
 
 
 def entries(content):
@@ -70,8 +72,11 @@ def check_identity(before, after, now):
 
 
 def is_being_moved(path, after, now):
-    """Between two file systems, mv takes the old file away before it writes the new one."""
-    return now[path] is None or after[path].startswith(now[path])
+    """Between two file systems, mv takes the old file away before it writes the new one. The old
+    one is still there then, for whoever comes next."""
+    folder, _, name = path.rpartition("/")
+    return f"{name}.old" in names(now[folder]) and \
+        (now[path] is None or after[path].startswith(now[path]))
 
 
 def check_left(before, after, now, with_children):
@@ -87,17 +92,17 @@ def check_left(before, after, now, with_children):
     for folder in ("/tmp", "/disk/conf", "/etc", "/var/run/cpectl"):
         allowed = names(before[folder]) | names(after[folder])
         allowed |= LEFT_BEHIND if folder == "/tmp" else set()
-        strange = {name for name in names(now[folder]) - allowed if not NEW_COPIES.fullmatch(name)}
+        strange = {name for name in names(now[folder]) - allowed
+                   if not NEW_COPIES.fullmatch(name) and not OLD_FILE.fullmatch(name)}
         assert not strange, (folder, strange)
 
 
 def check_again(command, after, killed, again):
     """The same request again ends as if the first one had not been there."""
-    if any(killed.shown[path] is None for path in LINE_FILES):
-        return  # the disk lost the file in the middle of the move
     assert again.ending == ("exit 255" if command in ("localcfgUpdate", "checkOta") else "exit 0")
     for path in LINE_FILES:
         assert again.shown[path] == after[path], path
+    assert not [name for name in names(again.shown["/disk/conf"]) if OLD_FILE.fullmatch(name)]
     for path in STORES:
         assert entries(again.shown[path]) == entries(after[path]), path
     assert sorted(again.shown[IDENTITY].splitlines()) == sorted(after[IDENTITY].splitlines())
@@ -130,8 +135,8 @@ def test_killed_at_each_system_call(gateway, command, power, figure):
     commands.prepare(gateway)
     before, after, calls = what_is_usual(gateway, command)
     offset = WRITERS.index(command) % STEP
-    turns = list(range(1 + LOADING + offset, calls + 1, STEP if command != "checkOta"
-                       else STEP * 3))
+    step = STEP if LONG or command != "checkOta" else STEP * 3
+    turns = list(range(1 + LOADING + offset, calls + 1, step))
     answers = gateway.run(itertools.chain(*(
         requests(command, f"{power}{turn}") for turn in turns)))
     seen = set()

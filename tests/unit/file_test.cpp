@@ -53,6 +53,30 @@ TEST(File, RefusesALinkToNothing) {
     EXPECT_FALSE(file_exists(nothing));
 }
 
+TEST(File, RefusesASecondNameOfAFile) {
+    const std::string victim = temp_file("precious");
+    const std::string name = absent_file();
+    ASSERT_EQ(link(victim.c_str(), name.c_str()), 0);
+    EXPECT_EQ(file_create(name.c_str()), nullptr);
+    EXPECT_EQ(file_text(victim), "precious");
+}
+
+TEST(File, RefusesAFileOfAnotherUser) {
+    const std::string path = temp_file("theirs");
+    if (chown(path.c_str(), 1, 1) != 0) GTEST_SKIP() << "only root can give a file away";
+    EXPECT_EQ(file_create(path.c_str()), nullptr);
+    EXPECT_EQ(file_text(path), "theirs");
+}
+
+TEST(File, RefusesAPipeAtOnce) {
+    const std::string path = absent_file();
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(file_create(path.c_str()), nullptr) << "nobody reads";
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(file_create(path.c_str()), nullptr);
+    close(reader);
+}
+
 TEST(File, FailsWhereNothingCanBeCreated) {
     EXPECT_EQ(file_create((absent_file() + "/in/no/folder").c_str()), nullptr);
     EXPECT_EQ(file_create(scratch_dir().c_str()), nullptr) << "a folder";
@@ -107,27 +131,6 @@ TEST(FolderLock, IsNoneWithoutTheFolder) {
     EXPECT_EQ(folder_lock((absent_file() + "/file").c_str()), -1);
     EXPECT_EQ(folder_lock((scratch_dir() + repeat(PATH_MAX, 'x') + "/file").c_str()), -1);
     folder_unlock(-1);
-}
-
-TEST(FolderLock, OpensAFileWhenItsReplacementIsDone) {
-    const std::string file = absent_file();
-    const int lock = folder_lock(file.c_str());
-    const pid_t child = fork();
-    if (child == 0) {
-        close(lock);
-        std::FILE* opened = file_open_settled(file.c_str());
-        char text[8] = {};
-        _exit(opened && file_is_there(file.c_str()) && next_line(opened, text) ? 0 : 1);
-    }
-    usleep(100000);
-    write_file(file, "whole\n");
-    folder_unlock(lock);
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_TRUE(is_free(scratch_dir()));
-    EXPECT_FALSE(file_open_settled(absent_file().c_str()));
-    EXPECT_FALSE(file_is_there(absent_file().c_str()));
 }
 
 TEST(FolderLock, WaitsForItsTurn) {

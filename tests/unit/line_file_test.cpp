@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "support.h"
+#include "tools/file.h"
 
 extern "C" int __real_system(const char* command);
 extern "C" int __wrap_system(const char* command);
@@ -32,6 +33,7 @@ constexpr char kFlash[] = "/usr/bin/dd_flash -s >/dev/null";
 
 Texts g_commands;          // what was handed to the shell
 bool g_run_mv = true;      // whether the mv command is really run
+std::string g_cut_file;    // what a mv that is not run leaves a part of; empty: no file
 int g_command_result = 0;  // what a command that is not run gives
 
 std::string repeated_lines(std::size_t count, const std::string& line) {
@@ -47,7 +49,12 @@ extern "C" int __wrap_system(const char* command) {
     g_commands.emplace_back(command);
     // The flash tool is the gateway's; it is never run here.
     const bool is_mv = strncmp(command, "mv ", 3) == 0;
-    return is_mv && g_run_mv ? __real_system(command) : g_command_result;
+    if (is_mv && g_run_mv) return __real_system(command);
+    if (is_mv && !g_cut_file.empty()) {
+        EXPECT_EQ(unlink(g_cut_file.c_str()), 0);
+        write_file(g_cut_file, "tun");
+    }
+    return g_command_result;
 }
 
 // ---- Finding
@@ -465,6 +472,31 @@ TEST(LineFile, DeletingTakesAPathOfAnyCharacters) {
     });
 }
 
+TEST(LineFile, DeletingWhoseMoveFailsHalfWayKeepsTheFile) {
+    run_with_private_tmp([] {
+        const std::string path = temp_file(kOneLine.before);
+        g_run_mv = false;
+        g_command_result = 256;
+        g_cut_file = path;
+        EXPECT_EQ(del_line("tun1", path.c_str()), 0) << "as ever, the result is ignored";
+        EXPECT_EQ(file_text(path), kOneLine.before);
+        EXPECT_FALSE(file_exists(path + ".old"));
+    });
+}
+
+TEST(LineFile, DeletingOnAFullDiskDoesWithoutASecondName) {
+    run_in_namespace(CLONE_NEWNS, [] {
+        mount_private_tmp();
+        const std::string disk = absent_file();
+        std::filesystem::create_directory(disk);
+        mount_tmpfs(disk, 1 << 20);
+        write_file(disk + "/file", kOneLine.before);
+        fill_disk(disk, 0);
+        EXPECT_EQ(del_line("tun1", (disk + "/file").c_str()), 0);
+        EXPECT_EQ(file_text(disk + "/file"), kOneLine.after);
+    });
+}
+
 TEST(LineFile, DeletingOnAReadOnlyDiskLeavesTheFile) {
     run_in_namespace(CLONE_NEWNS, [] {
         mount_private_tmp();
@@ -498,6 +530,74 @@ TEST(LineFile, DeletingWithAFullTmpLosesNoLine) {
         EXPECT_EQ(g_commands, Texts{});
         EXPECT_FALSE(file_exists(kWorkFile)) << "no part of it stays";
     });
+}
+
+// ---- After a move that was cut off
+
+namespace {
+
+// A file of which a move left a part, beside the old one, as the power went.
+std::string cut_file() {
+    std::string path = absent_file();
+    write_file(path, "tun1 a\ntu");
+    write_file(path + ".old", kOneLine.before);
+    return path;
+}
+
+void expect_whole(const std::string& path) {
+    EXPECT_EQ(file_text(path), kOneLine.before);
+    EXPECT_FALSE(file_exists(path + ".old"));
+}
+
+}  // namespace
+
+TEST(LineFile, ACutOffMoveIsUndoneByWhoComesNext) {
+    std::string path = cut_file();
+    EXPECT_EQ(find_name_which_line("tun1", path.c_str()), 1);
+    expect_whole(path);
+    path = cut_file();
+    EXPECT_EQ(line_file_has("tun1", path.c_str(), 1024), 1);
+    expect_whole(path);
+    path = cut_file();
+    unlink(path.c_str());
+    EXPECT_TRUE(line_file_is_there(path.c_str()));
+    expect_whole(path);
+    path = cut_file();
+    EXPECT_EQ(add_line("tun9 z", path.c_str()), 0);
+    EXPECT_EQ(file_text(path), std::string(kOneLine.before) + "tun9 z\n");
+    run_with_private_tmp([] {
+        const std::string cut = cut_file();
+        EXPECT_EQ(del_line("tun1", cut.c_str()), 0);
+        EXPECT_EQ(file_text(cut), kOneLine.after);
+        EXPECT_FALSE(file_exists(cut + ".old"));
+    });
+}
+
+TEST(LineFile, AMoveCutOffBeforeItBeganLeavesNoSecondName) {
+    const std::string path = temp_file(kOneLine.before);
+    ASSERT_EQ(link(path.c_str(), (path + ".old").c_str()), 0);
+    EXPECT_TRUE(line_file_is_there(path.c_str()));
+    expect_whole(path);
+}
+
+TEST(LineFile, OpensWhenTheMoveOfAnotherProcessIsDone) {
+    const std::string path = absent_file();
+    const int lock = folder_lock(path.c_str());
+    const pid_t child = fork();
+    if (child == 0) {
+        close(lock);  // its own copy, or it would wait for itself
+        std::FILE* opened = line_file_open(path.c_str());
+        char text[8] = {};
+        _exit(opened && line_file_is_there(path.c_str()) && fgets(text, 8, opened) ? 0 : 1);
+    }
+    usleep(100000);
+    write_file(path, "whole\n");
+    folder_unlock(lock);
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(line_file_open(absent_file().c_str()), nullptr);
+    EXPECT_FALSE(line_file_is_there(absent_file().c_str()));
 }
 
 // ---- Two at once
