@@ -60,7 +60,8 @@ def test_an_allocation_of_the_program_fails(gateway, library, command, figure):
     gateway.bring(library)
     usual = usual_answers(gateway, command)
     count = allocations(gateway, command, "program")
-    turns = list(range(1, count + 1, STEP if command != "checkOta" else STEP * 3))
+    step = STEP if LONG or command != "checkOta" else STEP * 3
+    turns = list(range(1, count + 1, step))
     for turn, answer in zip(turns, gateway.run(failing(command, turn, "program")
                                                for turn in turns)):
         seen = answer.ending, comparable(answer.stdout)
