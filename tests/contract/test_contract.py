@@ -1,6 +1,7 @@
 """The contract says what the program does: no more, as the request cases show it, and no less."""
 
 import json
+import re
 import subprocess
 
 import jsonschema
@@ -70,6 +71,22 @@ def test_cases_show_every_file_that_is_read(records, commands):
         given[(command_of(record, commands) or {}).get("name")].update(record.world)
     for name, command in commands.items():
         assert set(command.get("files-read", {})) <= given[name], name
+
+
+# What no request reaches: the logger, which firmware builds open, and routines beside the
+# commands.
+UNREACHED = {"/tmp/cpectl.log", "/dev/console", "/usr/sbin/network.sh",
+             "/usr/sbin/wireless_config.sh"}
+
+
+def test_paths_in_the_program_are_in_the_contract(commands):
+    """A file that the program begins to read or write, or a script that it begins to run, shows as
+    a path that no command speaks of."""
+    told = json.dumps(commands)
+    paths = {path for source in (match.PROJECT / "src").rglob("*.cpp")
+             for path in re.findall(r'"(?:> )?(/[\w./]+)', source.read_text("utf-8"))}
+    assert len(paths) > 20
+    assert {path for path in paths if path not in told} == UNREACHED
 
 
 def test_requests_that_run_no_command_do_nothing(records, commands):
