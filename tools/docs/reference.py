@@ -377,8 +377,8 @@ def text(subsystems, examples):
         f"<title>cpectl: command reference</title>\n<style>{_STYLE}</style></head><body>\n"
         + _navigation(subsystems)
         + "<main><h1>cpectl: command reference</h1>\n"
-        f"<p>What each of the {sum(len(listed) for _, _, listed in subsystems)} commands does to the gateway: its answers, the keys, files and "
-        "scripts that it touches and in which order, and how to see that it took effect. Each "
-        "example is the record of a real run in the emulated gateway.\n"
+        f"<p>What each of the {len(examples)} commands does to the gateway: its answers, the keys, "
+        "files and scripts that it touches and in which order, and how to see that it took effect. "
+        "Each example is the record of a real run in the emulated gateway.\n"
         + _glance(subsystems) + _general() + "\n" + "".join(families)
         + f"</main>\n<script>{_SCRIPT}</script></body></html>\n")
