@@ -24,6 +24,7 @@ from cpectl_sim import world as sim_world  # noqa: E402
 PROC_FILES = (b"/proc/uptime", b"/proc/stat", b"/proc/meminfo",
               b"/proc/sys/net/ipv4/netfilter/ip_conntrack_count",
               b"/proc/sys/net/netfilter/nf_conntrack_count")
+LONGEST = 120  # seconds, many times what any request takes on a busy machine
 TOOL_WORDS = (b"cat:", b"sed:", b"sh:", b"/bin/sh:", b"mv:", b"md5sum:", b"nvram:")
 
 
@@ -93,7 +94,7 @@ def copy_parts(found, parts):
 
 def build(world, root):
     """The gateway of this world: files in `root`, the rest as the emulated gateway's own world."""
-    gateway = sim_world.World()
+    gateway = sim_world.World(seconds=LONGEST, background_seconds=LONGEST)
     for path, content in world.files.items():
         if path.startswith(b"/proc/"):
             gateway.proc[text(path[6:])] = content
