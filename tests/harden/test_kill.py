@@ -14,7 +14,7 @@ import pytest
 
 import commands
 from commands import FILES, WRITERS
-from rig import LONG
+from rig import LONG, PROJECT
 from cpectl_sim import store, text
 
 # The short form kills at every so many of the calls behind the loading of the program.
@@ -153,8 +153,17 @@ def test_killed_at_each_system_call(gateway, command, power, figure):
            f"calls; in between: {json.dumps(sorted(seen))}")
 
 
+def test_the_table_of_failures_has_every_writing_command():
+    """And no other one, in the column of who writes what."""
+    named = set()
+    for line in (PROJECT / "docs/failures.md").read_text().split("\n"):
+        if line.count(" | ") == 3:
+            named.update(re.findall(r"`(\w+)`", line.split(" | ")[1]))
+    assert named == set(WRITERS)
+
+
 def differing(before, after, now):
-    """What was neither as before nor as after, for the table of the manual."""
+    """What was neither as before nor as after, for docs/failures.md."""
     for path in SHOWN:
         if now[path] in (before[path], after[path]):
             continue

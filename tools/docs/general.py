@@ -3,6 +3,19 @@
 Each section is a title and paragraphs; `...` marks literal text, [text](file) a link.
 """
 
+from pathlib import Path
+
+FAILURES = Path(__file__).resolve().parents[2] / "docs/failures.md"
+
+
+def left_behind():
+    """(what, by which commands, what can be left, what mends it): the first table of FAILURES."""
+    lines = FAILURES.read_text("utf-8").split("\n")
+    first = lines.index("|---|---|---|---|") + 1
+    last = lines.index("", first)
+    return [[cell.strip() for cell in line.strip("|").split("|")] for line in lines[first:last]]
+
+
 OK_MEANS_ACCEPTED = (
     "\"ok\" means that the request was accepted: its values are stored, or its script has been "
     "started. It does not mean that the work is done, or that it went well. Scripts mostly run in "
@@ -39,8 +52,9 @@ SECTIONS = [
         "the vendor's. Lines of the tunnel and user files are added in one write. They are deleted "
         "by writing what stays to a file in `/tmp` and moving that over the old one; where `/tmp` "
         "is "
-        "another file system the move is a copy, and a power cut can leave a part of it. "
-        "[failures.md](failures.md) lists, command by command, what can be left.",
+        "another file system the move is a copy, and a power cut can leave a part of it: the old "
+        "file has a second name meanwhile, and the next request brings it back. "
+        "[failures.md](failures.md) lists, file by file and command by command, what can be left.",
     ]),
     ("Limits", [
         "The argument text may have 1023 bytes. Longer ones run no command: the status is 255, "

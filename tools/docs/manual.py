@@ -164,6 +164,17 @@ def _command_lines(command):
     return lines
 
 
+def _left_behind_lines():
+    """What a killed request leaves, file by file."""
+    lines = [".Ss What a killed request leaves", *prose(
+        "Alone means that only the program ends and what it started goes on; all, that everything "
+        "ends, as when the power goes."), ".Bl -tag -width Ds"]
+    for what, by, left, mends in general.left_behind():
+        lines += [".It " + what.replace("`", ""), *prose(f"By {by}:"), *prose(left + ".")]
+        lines += prose(f"Mended by {mends}.") if mends else []
+    return [*lines, ".El"]
+
+
 def text(subsystems):
     """The page. Sentences of notes start new lines, as the format asks for."""
     lines = []
@@ -172,6 +183,7 @@ def text(subsystems):
         for number, paragraph in enumerate(paragraphs):
             lines += [".Pp"] if number else []
             lines += prose(paragraph)
+    lines += _left_behind_lines()
     lines.append(".Sh COMMANDS")
     for name, about, commands in subsystems:
         title = _TITLES.get(name, name.capitalize())
