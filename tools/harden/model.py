@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """Runs many random requests through the program and the model, and reports each disagreement.
 
-usage: tools/harden/model.py [--requests N] [--seed N] [--jobs N] [--program PATH] [--only COMMAND]...
+usage: tools/harden/model.py [--requests N] [--seed N] [--jobs N] [--program PATH]
+                             [--only COMMAND]...
 
 The requests are spread over the commands, most to those with the most to say; the two that wait by
 design for a good part of a second get fewer. One disagreement a command is reported, the smallest
