@@ -75,7 +75,7 @@ bool write_work_file(const char* name, const char* path) {
 
 // The second name of a file that is being replaced. False when the path is too long.
 bool old_name(std::span<char> out, const char* path) {
-    return text_print(out, "%s.old", path);
+    return text_print(out, "%s.cpectl-old", path);
 }
 
 // Whether the disk has amply room for a copy of the file.

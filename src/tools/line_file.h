@@ -5,8 +5,8 @@
 // file in turns. (The lock is on the folder since the file itself is replaced, and since nothing
 // is to be left behind.) What only reads opens the file under that lock, too: moved here from
 // another file system, a file is away for a moment and then grows. While a deletion has it moved,
-// PATH.old is a second name of the old file; a process that finds that name under the lock brings
-// the old file back, since the move was cut off.
+// PATH.cpectl-old is a second name of the old file; a process that finds that name under the lock
+// brings the old file back, since the move was cut off.
 #pragma once
 
 #include <cstddef>

@@ -34,7 +34,7 @@ LEFT_BEHIND = {"password.tmp", "pushfile", "ipsec_stat", "ipsec_state_tmp", "ips
 # Beside a store's file lies its new copy until it takes the file's place; sed makes one, too.
 NEW_COPIES = re.compile(r"nvram\.new|mvram\.new|nvram\.\w+|mvram\.\w+|cpectl\.cfg\w+")
 # While a line file is moved into its place, the old one keeps a second name.
-OLD_FILE = re.compile(r"(ipsec|pptpuser)\.cfg\.old")
+OLD_FILE = re.compile(r"(ipsec|pptpuser)\.cfg\.cpectl-old")
 
 
 def entries(content):
@@ -75,7 +75,7 @@ def is_being_moved(path, after, now):
     """Between two file systems, mv takes the old file away before it writes the new one. The old
     one is still there then, for whoever comes next."""
     folder, _, name = path.rpartition("/")
-    return f"{name}.old" in names(now[folder]) and \
+    return f"{name}.cpectl-old" in names(now[folder]) and \
         (now[path] is None or after[path].startswith(now[path]))
 
 

@@ -29,6 +29,7 @@ using std::string_view;
 using Texts = std::vector<std::string>;
 
 constexpr char kWorkFile[] = "/tmp/cpectl_tmp_write_file";
+constexpr char kOldEnding[] = ".cpectl-old";  // of the second name while a file is replaced
 constexpr char kFlash[] = "/usr/bin/dd_flash -s >/dev/null";
 
 Texts g_commands;          // what was handed to the shell
@@ -480,7 +481,7 @@ TEST(LineFile, DeletingWhoseMoveFailsHalfWayKeepsTheFile) {
         g_cut_file = path;
         EXPECT_EQ(del_line("tun1", path.c_str()), 0) << "as ever, the result is ignored";
         EXPECT_EQ(file_text(path), kOneLine.before);
-        EXPECT_FALSE(file_exists(path + ".old"));
+        EXPECT_FALSE(file_exists(path + kOldEnding));
     });
 }
 
@@ -540,13 +541,13 @@ namespace {
 std::string cut_file() {
     std::string path = absent_file();
     write_file(path, "tun1 a\ntu");
-    write_file(path + ".old", kOneLine.before);
+    write_file(path + kOldEnding, kOneLine.before);
     return path;
 }
 
 void expect_whole(const std::string& path) {
     EXPECT_EQ(file_text(path), kOneLine.before);
-    EXPECT_FALSE(file_exists(path + ".old"));
+    EXPECT_FALSE(file_exists(path + kOldEnding));
 }
 
 }  // namespace
@@ -569,13 +570,13 @@ TEST(LineFile, ACutOffMoveIsUndoneByWhoComesNext) {
         const std::string cut = cut_file();
         EXPECT_EQ(del_line("tun1", cut.c_str()), 0);
         EXPECT_EQ(file_text(cut), kOneLine.after);
-        EXPECT_FALSE(file_exists(cut + ".old"));
+        EXPECT_FALSE(file_exists(cut + kOldEnding));
     });
 }
 
 TEST(LineFile, AMoveCutOffBeforeItBeganLeavesNoSecondName) {
     const std::string path = temp_file(kOneLine.before);
-    ASSERT_EQ(link(path.c_str(), (path + ".old").c_str()), 0);
+    ASSERT_EQ(link(path.c_str(), (path + kOldEnding).c_str()), 0);
     EXPECT_TRUE(line_file_is_there(path.c_str()));
     expect_whole(path);
 }
@@ -598,6 +599,17 @@ TEST(LineFile, OpensWhenTheMoveOfAnotherProcessIsDone) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(line_file_open(absent_file().c_str()), nullptr);
     EXPECT_FALSE(line_file_is_there(absent_file().c_str()));
+}
+
+TEST(LineFile, ABackupBesideTheFileIsNobodysBusiness) {
+    const std::string path = temp_file("tun1 a\n");
+    for (const char* ending : {".old", ".bak", "~", ".orig"}) {
+        SCOPED_TRACE(ending);
+        write_file(path + ending, "tun2 b\n");
+        EXPECT_EQ(find_name_which_line("tun1", path.c_str()), 1);
+        EXPECT_EQ(file_text(path + ending), "tun2 b\n");
+        EXPECT_EQ(file_text(path), "tun1 a\n");
+    }
 }
 
 // ---- Two at once
