@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "log/log.h"
 #include "main/command.h"
@@ -30,9 +31,8 @@ void standard_streams_hold() {
     }
 }
 
-bool is_help(const char* request) {
-    return std::strcmp(request, "-h") == 0 || std::strcmp(request, "--help") == 0 ||
-           std::strcmp(request, "?") == 0;
+bool is_help(std::string_view request) {
+    return request == "-h" || request == "--help" || request == "?";
 }
 
 // The parsed argument text; null, which every handler takes, when it is no JSON.

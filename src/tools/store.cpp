@@ -1,7 +1,7 @@
 // The two key-value stores, as handlers use them.
 #include "tools/store.h"
 
-#include <cstring>
+#include <string_view>
 
 #include "mvram.h"
 #include "nvram.h"
@@ -10,7 +10,7 @@ namespace {
 
 // Whether a key that holds `now` (null: absent) has to be written to hold `value`.
 bool differs(const char* now, const char* value) {
-    return !now || std::strcmp(now, value) != 0;
+    return !now || std::string_view(now) != value;
 }
 
 }  // namespace
