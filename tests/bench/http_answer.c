@@ -1,5 +1,5 @@
 // A web server for measurements: answers every request on port 80 of the loopback device with one
-// file, quickly.
+// file, quickly. It goes into the background as soon as it can be reached.
 //
 // usage: http_answer FILE
 #include <arpa/inet.h>
@@ -47,7 +47,8 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
     run_ahead();
     const int server = listen_on(80);
-    if (server < 0) return 1;
+    const pid_t child = server < 0 ? -1 : fork();
+    if (child != 0) return child < 0;
     for (int client; (client = accept(server, NULL, NULL)) >= 0; close(client)) {
         request_read(client);
         if (write(client, answer, (size_t)length) != length) continue;

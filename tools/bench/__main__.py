@@ -10,6 +10,7 @@ counts the instructions, strace the system calls: these repeat exactly.
 import argparse
 import json
 import pathlib
+import subprocess
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
@@ -95,8 +96,11 @@ def main():
     parser.add_argument("--rounds", type=int, default=100)
     parser.add_argument("--json", action="store_true", help="print JSON instead of a table")
     options = parser.parse_args()
-    with gateway_root.Root() as root:
-        records = measure_all(root, options.rounds)
+    try:
+        with gateway_root.Root() as root:
+            records = measure_all(root, options.rounds)
+    except subprocess.CalledProcessError as error:
+        sys.exit(f"bench: {error.cmd[0]} ended with {error.returncode}; what it said stands above")
     built = program.built()
     if options.json:
         print(json.dumps({"candidates": records, "sizes": built}, indent=1))

@@ -15,12 +15,12 @@ _LIBRARY = re.compile(r'openat\(AT_FDCWD, "[^"]*/([^/"]+\.so[.0-9]*)", .*\) = \d
 def times(root, candidates, rounds):
     """(median, limit of the fastest tenth, peak KiB) of each candidate; times in microseconds."""
     words = []
-    for number, candidate in enumerate(candidates):
-        words += [str(number), *candidate.words(), "--"]
+    for candidate in candidates:
+        words += [candidate.name.replace(" ", "-"), *candidate.words(), "--"]
     done = root.run(["/bench/spawn_times", str(rounds), *words], stdout=subprocess.PIPE, text=True)
     found = []
     for line in done.stdout.splitlines():
-        _, size, *row = map(int, line.split())
+        size, *row = map(int, line.split()[1:])
         row.sort()
         found.append((statistics.median(row) / 1000, row[len(row) // 10] / 1000, size))
     return found

@@ -45,7 +45,7 @@ VALGRIND = pathlib.Path("/usr/libexec/valgrind")
 ENTER = """\
 #!/bin/sh
 ip -batch /bench/files/net
-/bench/http_answer /bench/files/answer &
+/bench/http_answer /bench/files/answer || exit
 exec "$@"
 """
 
