@@ -31,7 +31,7 @@ char* inetaddr(std::uint32_t address);
 // the kernel knows none, with `out` (at least 18 bytes) untouched.
 int get_mac(const char* ip, char* out);
 
-// Bytes received and sent since the interface came up, "%lu(%.1fMB)/%lu(%.1fMB)", each taken
+// Bytes received and sent since the interface came up, "%u(%.1fMB)/%u(%.1fMB)", each taken
 // modulo 2^32. Returns 0, also for an interface that is not listed (`out`, at least 128 bytes, is
 // then untouched) and for a name of more than 11 characters, which is never found; -1 when
 // no process can be made to read /proc/net/dev.

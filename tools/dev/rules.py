@@ -45,6 +45,8 @@ CODE_RULES = (
          r"\bstd::(string|vector|map|set|unordered_\w+|function|list|deque|shared_ptr|unique_ptr|"
          r"optional<std::string>|thread|[io]?(f|string)?stream|cout|cerr|regex)\b(?!_)|\bthrow\b|"
          r"\btry\s*\{|\bcatch\s*\(|\bdynamic_cast\b|\btypeid\b|\bnew\s+\w", SHIPPED),
+    Rule("long has another width on the gateways (but for what ftell() and strtol() give)",
+         r"(?<!long )\blong\b(?! long\b|>| \w+ = std::ftell\b|[^;]*std::strtol\b)", SHIPPED),
     Rule("a header opens no namespace for its readers", r"\busing\s+namespace\b",
          ("*.h",)),
 )
@@ -100,6 +102,8 @@ FILE_RULES = (
     FileRule("a file opens with what it is for", no_opening_comment,
              ALL_CODE + ("tests/*.cpp", "tests/*.py", "gateway/*.py", "tools/*.py",
                          "tools/*.sh", "dev")),
+    FileRule("long has another width on the gateways: a format of <cinttypes>",
+             line_of(r'"[^"\n]*%[-+ 0-9.*]*l[diouxX]'), SHIPPED),
     FileRule("blanks at the end of a line", line_of(r"[ \t]+$"), TEXT_FILES),
     FileRule("a tab", line_of(r"\t"), ALL_CODE + ("tests/*.cpp", "*.py", "*.sh", "dev")),
     # In C and C++ clang-format sees to it.
