@@ -164,7 +164,9 @@ int del_line(const char* name, const char* path) {
     const bool written = write_work_file(name, path);
     if (written) {
         old_file_keep(path);
-        if (shell_run(move) == 0)
+        // One that complains has still moved the file when the work file is gone: of an owner that
+        // the other file system does not take, say.
+        if (shell_run(move) == 0 || access(kWorkFile, F_OK) != 0)
             old_file_forget(path);
         else
             old_file_restore(path);

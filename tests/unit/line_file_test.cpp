@@ -36,6 +36,7 @@ Texts g_commands;          // what was handed to the shell
 bool g_run_mv = true;      // whether the mv command is really run
 std::string g_cut_file;    // what a mv that is not run leaves a part of; empty: no file
 int g_command_result = 0;  // what a command that is not run gives
+int g_mv_complaint = 0;    // what a mv that was run gives besides its own status
 
 std::string repeated_lines(std::size_t count, const std::string& line) {
     std::string text;
@@ -50,7 +51,7 @@ extern "C" int __wrap_system(const char* command) {
     g_commands.emplace_back(command);
     // The flash tool is the gateway's; it is never run here.
     const bool is_mv = strncmp(command, "mv ", 3) == 0;
-    if (is_mv && g_run_mv) return __real_system(command);
+    if (is_mv && g_run_mv) return __real_system(command) | g_mv_complaint;
     if (is_mv && !g_cut_file.empty()) {
         EXPECT_EQ(unlink(g_cut_file.c_str()), 0);
         write_file(g_cut_file, "tun");
@@ -481,6 +482,16 @@ TEST(LineFile, DeletingWhoseMoveFailsHalfWayKeepsTheFile) {
         g_cut_file = path;
         EXPECT_EQ(del_line("tun1", path.c_str()), 0) << "as ever, the result is ignored";
         EXPECT_EQ(file_text(path), kOneLine.before);
+        EXPECT_FALSE(file_exists(path + kOldEnding));
+    });
+}
+
+TEST(LineFile, DeletingStandsWhereTheMoveOnlyComplains) {
+    run_with_private_tmp([] {
+        const std::string path = temp_file(kOneLine.before);
+        g_mv_complaint = 256;
+        EXPECT_EQ(del_line("tun1", path.c_str()), 0);
+        EXPECT_EQ(file_text(path), kOneLine.after);
         EXPECT_FALSE(file_exists(path + kOldEnding));
     });
 }
