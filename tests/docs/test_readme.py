@@ -1,10 +1,13 @@
-"""What the README shows is what comes of it."""
+"""What the README shows is what comes of it, and what it and the other texts link to is there."""
 
 import re
 import shlex
 import subprocess
 
 import pytest
+
+TEXTS = ["README.md", "CONTRIBUTING.md", "contract/README.md", "docs/*.md", "docs/reference.html",
+         "gateway/*.md", "substitutes/*.md", "package/openwrt/cpectl/README.md"]
 
 
 def sessions(text):
@@ -29,3 +32,17 @@ def test_the_session_is_real(project, tmp_path):
         if done.returncode == 125:
             pytest.skip(f"no emulated gateway can be run here: {done.stderr.strip()}")
         assert without_numbers(done.stdout) == without_numbers(expected), words
+
+
+def links(path):
+    text = path.read_text("utf-8")
+    pattern = r'href="([^"#]+)' if path.suffix == ".html" else r"(?:\]\(|`man -l )([^)#\s`]+)"
+    return [target for target in re.findall(pattern, text) if "://" not in target]
+
+
+def test_links_lead_somewhere(project):
+    paths = [path for pattern in TEXTS for path in project.glob(pattern)]
+    lost = [f"{path.relative_to(project)}: {target}" for path in paths for target in links(path)
+            if not (path.parent / target).exists()]
+    assert sum(len(links(path)) for path in paths) > 50
+    assert not lost, "\n".join(lost)
