@@ -20,6 +20,17 @@ foreach(section 1 5 8)
 endforeach()
 file(GLOB documents CONFIGURE_DEPENDS docs/*.html docs/*.md)
 install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# The texts that they link to in other folders lie below them when installed, and so do the links.
+install(FILES substitutes/README.md substitutes/MONITORING.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/substitutes)
+install(FILES gateway/FORMAT.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/gateway)
+install(CODE "
+    file(GLOB documents \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}/*.md\")
+    foreach(document IN LISTS documents)
+        file(READ \"\${document}\" text)
+        string(REPLACE \"](../\" \"](\" text \"\${text}\")
+        file(WRITE \"\${document}\" \"\${text}\")
+    endforeach()")
 install(DIRECTORY docs/schemas DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONAL)
 install(FILES completion/cpectl.bash
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
@@ -37,7 +48,6 @@ if(CPECTL_GATEWAY AND CPECTL_PLATFORM_LIBS AND CPECTL_NETWORK_LIBS AND TARGET ga
     install(DIRECTORY gateway/cpectl_sim gateway/factory gateway/scenarios
             DESTINATION lib/cpectl-sim PATTERN __pycache__ EXCLUDE)
     install(FILES docs/cpectl-sim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 OPTIONAL)
-    install(FILES gateway/FORMAT.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
     install(CODE "
         # link TARGET NAME: a relative link below the prefix.
         function(link target name)

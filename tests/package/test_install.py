@@ -1,5 +1,6 @@
 """What `cmake --install` puts where, and that each Debian package claims its part of it."""
 import fnmatch
+import re
 
 import pytest
 from conftest import BUILD, ROOT, dynamic, files_of, install
@@ -65,6 +66,16 @@ def test_nothing_needs_the_c_plus_plus_library(tree):
 def test_the_program_needs_little(tree):
     assert dynamic(tree / "usr/sbin/cpectl", "NEEDED") == ["libcjson.so.1", "libc.so.6"]
     assert dynamic(tree / "usr/sbin/cpectl-platform-check", "NEEDED") == ["libc.so.6"]
+
+
+def test_installed_texts_link_to_what_is_there(tree):
+    """But for manual pages, which man finds."""
+    texts = sorted((tree / "usr/share/doc/cpectl").rglob("*.md"))
+    assert {"integrators.md", "FORMAT.md", "MONITORING.md"} <= {path.name for path in texts}
+    lost = [f"{path.name}: {target}" for path in texts
+            for target in re.findall(r"\]\(([^)#:]+)\)", path.read_text("utf-8"))
+            if not re.search(r"\.[158]$", target) and not (path.parent / target).exists()]
+    assert lost == []
 
 
 def test_debian_packages_claim_each_file_once(tree):
