@@ -4,6 +4,7 @@ import concurrent.futures
 import json
 import os
 import shutil
+import subprocess
 import tempfile
 
 import pytest
@@ -158,10 +159,13 @@ def test_the_environment_stays_outside(sim, monkeypatch):
 def test_a_plain_user_can_run_it(sim):
     if os.geteuid() != 0:
         pytest.skip("this user is a plain one already: the other tests show it")
+    as_plain_user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    if subprocess.run([*as_plain_user, "test", "-r",
+                       PROJECT / "gateway/cpectl-sim"], check=False).returncode != 0:
+        pytest.skip("the project is in a folder that a plain user may not enter")
     with tempfile.TemporaryDirectory() as state:
         shutil.chown(state, 65534)
-        done = sim("getStaList", state=state,
-                   before=["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"])
+        done = sim("getStaList", state=state, before=as_plain_user)
     assert (done.returncode, done.stderr) == (0, "")
     assert '"192.168.1.20"' in done.stdout
 
