@@ -150,10 +150,6 @@ def growth():
     return [candidate for series in GROWTH for candidate in series]
 
 
-def everything():
-    return everything_but_growth() + growth()
-
-
 def everything_but_growth():
     return [*SCALE, *QUIET, *OTHERS, *shell_pairs(), *OTA, *STORES]
 
