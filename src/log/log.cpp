@@ -25,7 +25,7 @@ std::FILE* cpectl_logfile = nullptr;
 // there a symbolic link is refused instead of followed.
 std::FILE* log_file_open(const char* path) {
     if (std::strcmp(path, kDefaultPath) != 0) return std::fopen(path, "w");
-    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
+    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
     return file < 0 ? nullptr : fdopen(file, "w");
 }
 

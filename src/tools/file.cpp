@@ -25,7 +25,7 @@ bool is_own(int file) {
 
 std::FILE* file_create(const char* path) {
     // Not to wait for a reader, should the path be a pipe; emptied only when it may be.
-    const int file = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+    const int file = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
     if (file < 0) return nullptr;
     if (is_own(file) && ftruncate(file, 0) == 0) return fdopen(file, "w");
     close(file);

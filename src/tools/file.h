@@ -4,8 +4,8 @@
 #include <cstdio>
 
 // Opens `path` for writing, created or emptied. What others may have laid there is refused: a
-// symbolic link, a pipe or device, a file of another user, a second name of some file. Null on
-// failure.
+// symbolic link, a pipe or device, a file of another user, a second name of some file. Only its
+// user may write to a new one. Null on failure.
 std::FILE* file_create(const char* path);
 
 // Whether `path` is a symbolic link: one that was laid where a command of the shell is about to

@@ -148,7 +148,7 @@ int file_content_get(const char* path, std::span<char> output) {
 
 int add_line(const char* line, const char* path) {
     const int lock = line_file_lock(path);
-    const int file = open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int file = open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     // Kept: behind a last line without newline, the new one continues that line.
     const bool added = file >= 0 && line_append(file, line);
     if (file >= 0) close(file);

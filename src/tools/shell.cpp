@@ -2,6 +2,7 @@
 #include "tools/shell.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -98,6 +99,13 @@ std::size_t read_all(std::FILE* stream, std::span<char> buffer) {
     return held;
 }
 
+// Whatever mask the caller left: what the shell creates, in /tmp say, others may not write to.
+void others_keep_out() {
+    constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
+    const mode_t mask = umask(kOthersWrite);
+    if ((mask | kOthersWrite) != kOthersWrite) umask(mask | kOthersWrite);
+}
+
 }  // namespace
 
 bool shell_print(std::span<char> out, const char* format, std::span<const ShellValue> values) {
@@ -121,11 +129,13 @@ bool shell_print(std::span<char> out, const char* format, std::span<const ShellV
 }
 
 int shell_run(const char* command) {
+    others_keep_out();
     return std::system(command);
 }
 
 int system_operate(const char* command, std::span<char> output) {
     if (!command || output.empty()) return -1;
+    others_keep_out();
     std::FILE* stream = popen(command, "r");
     if (!stream) return -1;
 

@@ -1,7 +1,8 @@
 // The shell: command texts with values in them, and running them.
 //
-// All commands of the program go through here. A command text is fixed; shell_print() alone puts
-// values into one, so that the shell hands a script exactly the value and executes nothing of it.
+// All commands of the program go through here. What they create only its user may write to. A
+// command text is fixed; shell_print() alone puts values into one, so that the shell hands a script
+// exactly the value and executes nothing of it.
 #pragma once
 
 #include <cstddef>

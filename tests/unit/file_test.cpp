@@ -31,6 +31,16 @@ TEST(File, CreatesANewFile) {
     EXPECT_EQ(file_text(path), "new\n");
 }
 
+TEST(File, CreatesNothingThatOthersMayWriteTo) {
+    const std::string path = absent_file();
+    const mode_t before = umask(0);
+    ASSERT_TRUE(create_and_write(path, "new\n"));
+    umask(before);
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0644U);
+}
+
 TEST(File, EmptiesAnOldFile) {
     const std::string path = temp_file("a long text of before\n");
     ASSERT_TRUE(create_and_write(path, "new\n"));

@@ -595,6 +595,39 @@ TEST(CpectlPrintf, WritesToTheConsole) {
     });
 }
 
+namespace {
+
+// The mode of a file that a command makes for a caller with this mask.
+unsigned made_mode(mode_t mask, void (*command_run)(const char*)) {
+    const std::string path = absent_file();
+    const mode_t before = umask(mask);
+    command_run(("echo x > " + path).c_str());
+    umask(before);
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return status.st_mode & 0777U;
+}
+
+void run(const char* command) {
+    EXPECT_EQ(shell_run(command), 0);
+}
+
+void capture(const char* command) {
+    char output[kCaptureSize] = {};
+    EXPECT_EQ(system_operate(command, output), 0);
+}
+
+}  // namespace
+
+TEST(Shell, OthersMayNotWriteToWhatIsMade) {
+    for (const auto command_run : {run, capture}) {
+        EXPECT_EQ(made_mode(0, command_run), 0644U);
+        EXPECT_EQ(made_mode(022, command_run), 0644U);
+        EXPECT_EQ(made_mode(077, command_run), 0600U);
+        EXPECT_EQ(made_mode(027, command_run), 0640U);
+    }
+}
+
 TEST(CpectlPrintf, DoesNotNoticeAMissingConsole) {
     run_in_namespace(CLONE_NEWNS, [] {
         mount_tmpfs("/dev");
