@@ -23,9 +23,21 @@ namespace {
 constexpr int kWired = 1;
 constexpr int kWireless = 2;
 
+// A list that goes round in a ring ends where the walk meets a station at which it has waited; that
+// moves on after 1, 2, 4, 8 ... steps.
 bool is_station(const StationRecord* list, const char* ip) {
-    for (const StationRecord* station = list; station; station = station->next) {
+    const StationRecord* waiting = list;
+    std::uint32_t steps = 0;
+    std::uint32_t patience = 1;
+    for (const StationRecord* station = list; station;) {
         if (std::strncmp(station->ip, ip, sizeof station->ip) == 0) return true;
+        station = station->next;
+        if (station == waiting) return false;
+        if (++steps == patience) {
+            waiting = station;
+            steps = 0;
+            patience *= 2;
+        }
     }
     return false;
 }

@@ -28,9 +28,13 @@ void wan_reply_make(std::string_view data) {
     std::memcpy(world.wan_reply.data(), &head, sizeof head);
 }
 
-void stations_link() {
-    for (std::size_t i = 0; i < world.stations.size(); i++)
-        world.stations[i].next = i + 1 < world.stations.size() ? &world.stations[i + 1] : nullptr;
+// A list in the order of the records; its last one leads back to one of them, or ends it.
+void stations_link(bool ring) {
+    std::vector<StationRecord>& stations = world.stations;
+    if (stations.empty()) return;
+    for (std::size_t i = 0; i + 1 < stations.size(); i++)
+        stations[i].next = &stations[i + 1];
+    stations.back().next = ring ? &stations[stations.back().flags % stations.size()] : nullptr;
 }
 
 }  // namespace
@@ -47,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t half = pieces.rest.size() / 2;
     world.hosts = records<HostRecord>(pieces.rest.substr(0, half), 400);
     world.stations = records<StationRecord>(pieces.rest.substr(half), 400);
-    stations_link();
+    stations_link((what & 2) != 0);
     world_command("getHostFlowinfo", nullptr);
     world_command("getStaList", nullptr);
     world_command("setStaList", nullptr);

@@ -153,7 +153,8 @@ def seeds_of(step, commands):
     if gateway.wan:
         yield "platform", b"\0" + gateway.wan
     if any(gateway.tables.values()):
-        yield "platform", b"\1" + halves(gateway.tables["hosts"], gateway.tables["stations"])
+        for kind in b"\1", b"\3":  # a list of stations, and a ring
+            yield "platform", kind + halves(gateway.tables["hosts"], gateway.tables["stations"])
 
 
 def shared_seeds():
