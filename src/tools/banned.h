@@ -7,4 +7,4 @@
 #include <cstdlib>
 #include <cstring>
 
-#pragma GCC poison strcpy strcat strncpy strncat sprintf vsprintf strtok gets // see text.h
+#pragma GCC poison strcpy strcat strncpy strncat sprintf vsprintf strtok gets  // see text.h
