@@ -138,7 +138,7 @@ class Gateway:
         self.write("/opt/script", content.encode())
         return self.program("/bin/busybox", "sh", "/opt/script", *arguments, seconds=seconds)
 
-    def run(self, requests, limit=20, program=(PROGRAM,), first=""):
+    def run(self, requests, limit=60, program=(PROGRAM,), first=""):
         """Runs the requests in their order; one Answer each. `program` is what they are given to.
 
         `limit` is how long one may take, in seconds, with all that it leaves in the background.

