@@ -17,7 +17,7 @@ declare -A HARDEN_FILES=(
     [injection]='test_injection.py test_places.py'
     [json]=test_json.py
     [memory]=test_memory.py
-    [faults]='test_faults.py test_signals.py'
+    [faults]='test_faults.py test_signals.py test_links.py'
     [kill]=test_kill.py
     [concurrency]=test_concurrency.py)
 
