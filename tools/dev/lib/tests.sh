@@ -30,11 +30,12 @@ unit_tests() { # RESULT BUILD
         --output-on-failure --output-junit "$RESULTS/$1.xml" "${only[@]}"
 }
 
-# pytest with as many processes as there are processors; tests of one group share a process.
+# pytest with two processes for each processor, since many tests wait: for a pause of the program or
+# a script, say. Tests of one group share a process.
 run_pytest() { # RESULT ARGUMENT...
     local result=$1 status=0
     shift
-    (cd "$ROOT" && /usr/bin/python3 -m pytest -q -n "$(nproc)" --dist loadgroup \
+    (cd "$ROOT" && /usr/bin/python3 -m pytest -q -n "$((2 * $(nproc)))" --dist loadgroup \
         -p no:cacheprovider --junit-xml="$RESULTS/$result.xml" "$@") || status=$?
     # 5 says that no test was chosen.
     ((status == 5 && ${#chosen[@]} > 0)) || return "$status"
