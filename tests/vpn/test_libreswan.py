@@ -13,6 +13,8 @@ import pytest
 import beside
 import tunnel_states
 
+pytestmark = pytest.mark.timing
+
 TOOLS = ["/usr/libexec/ipsec/pluto", "/usr/libexec/ipsec/whack", "/usr/bin/certutil"]
 ADDCONN = "/usr/libexec/ipsec/addconn"
 SECRET = ': PSK "a secret of more than thirty-two characters"\n'
@@ -45,7 +47,7 @@ wait_for() {
     tries=0
     until "$@"; do
         tries=$((tries + 1))
-        [ $tries -lt 100 ] || { kill $here $there $other; exit 77; }
+        [ $tries -lt 400 ] || { kill $here $there $other; exit 77; }
         sleep 0.05
     done
 }
@@ -55,7 +57,7 @@ has_own_network() {
 }
 
 mkdir -p /opt/here /opt/there
-unshare -n sleep 60 &
+unshare -n sleep 600 &
 other=$!
 wait_for has_own_network $other
 /sbin/ip link set lo up
@@ -94,12 +96,23 @@ kill $here $there $other
 wait
 """
 
+# A first attempt can get lost: the daemons may still be about to listen, and they wait long.
 UP = """
+is_up() { # place, name
+    /opt/whack --ctlsocket /opt/$1/pluto.ctl --status |
+        grep -q "^000 \\"$2\\".*newest IPsec SA: #[1-9]"
+}
+bring_up() {
+    tries=0
+    until is_up "$@" || [ $tries -eq 5 ]; do
+        tries=$((tries + 1))
+        timeout 3 /opt/whack --ctlsocket /opt/$1/pluto.ctl --initiate --name $2 >>/opt/said 2>&1
+    done
+}
 whack /opt/here/pluto.ctl --route --name conn_routed
-timeout 5 /opt/whack --ctlsocket /opt/here/pluto.ctl --initiate --name conn_office >>/opt/said 2>&1
-timeout 5 /opt/whack --ctlsocket /opt/here/pluto.ctl --initiate --name other >>/opt/said 2>&1
-timeout 5 nsenter -t $other -n /opt/whack --ctlsocket /opt/there/pluto.ctl --initiate \\
-    --name call >>/opt/said 2>&1
+bring_up here conn_office
+bring_up here other
+bring_up there call
 """
 
 DOWN = "whack /opt/here/pluto.ctl --terminate --name conn_office\n"
@@ -137,6 +150,8 @@ def make_daemons(office, tmp_path):
                     office.root / "opt/no_esp.so", source, "-ldl"], check=True, cwd=tmp_path)
     office.prepare(CONTROL_TOOL)
     office.write("/disk/conf/ipsec.cfg", TUNNELS)
+
+    office.gateway.world.seconds = 120
 
     def ask(script):
         outcome = office.script(START + script + END)
