@@ -51,5 +51,5 @@ def make_sim(tmp_path):
     def sim(*arguments, before=(), state=tmp_path / "state"):
         return subprocess.run(
             [*before, PROJECT / "gateway/cpectl-sim", "--state", state, *arguments],
-            capture_output=True, text=True, timeout=60, check=False)
+            capture_output=True, text=True, timeout=120, check=False)
     return sim

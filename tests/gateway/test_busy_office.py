@@ -5,6 +5,8 @@ import json
 import pytest
 from cpectl_sim import GatewayError
 
+pytestmark = pytest.mark.timing
+
 ADDRESSES = [f"192.168.1.{number}" for number in range(20, 25)]
 
 

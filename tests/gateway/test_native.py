@@ -2,7 +2,8 @@
 
 import time
 
-from cpectl_sim import text, trace
+import pytest
+from cpectl_sim import GatewayError, text, trace
 
 
 def test_shell_texts_are_recorded_byte_by_byte(shell):
@@ -93,6 +94,7 @@ def test_scripts_at_other_places(shell, prepare):
     assert shell("/disk/own.sh; plain x").output("stdout") == "own\nplain x\n"
 
 
+@pytest.mark.timing
 def test_background_scripts_are_in_the_order_of_their_texts(gateway, prepare, monkeypatch):
     from cpectl_sim import run
     monkeypatch.setattr(run, "PROGRAM", "/bin/busybox")
@@ -109,20 +111,22 @@ def test_background_scripts_are_in_the_order_of_their_texts(gateway, prepare, mo
         "/usr/sbin/ui.sh late"]
 
 
+@pytest.mark.timing
 def test_the_run_ends_with_the_last_background_process(tool):
-    outcome = tool("sh", "-c", "(sleep 0.4; echo end >/tmp/end) & exit 7")
+    outcome = tool("sh", "-c", "(sleep 2; echo end >/tmp/end) & exit 7")
     assert outcome.result.exit_line() == "7"
-    assert outcome.result.took < 0.3
+    assert outcome.result.took < 1.5
     assert not outcome.result.lingering
     assert [change.path for change in outcome.changes] == ["/tmp/end"]
 
 
+@pytest.mark.timing
 def test_endless_background_work_is_reported(gateway, tool):
     gateway.world.background_seconds = 1
     start = time.monotonic()
     outcome = tool("sh", "-c", "sleep 60 &")
     assert outcome.result.lingering
-    assert 1 <= time.monotonic() - start < 10
+    assert 1 <= time.monotonic() - start < 40
 
 
 def test_an_endless_program_is_ended(gateway, tool):
@@ -135,8 +139,9 @@ def test_a_signal_is_told(tool):
     assert tool("sh", "-c", "kill -SEGV $$").result.exit_line() == "signal 11"
 
 
+@pytest.mark.timing
 def test_run_time_is_the_programs_own(tool):
-    assert 0.3 <= tool("sleep", "0.3").result.took < 2
+    assert 0.3 <= tool("sleep", "0.3").result.took < 10
 
 
 def test_readings_follow_each_other(tool, prepare):
@@ -194,8 +199,6 @@ def test_devices_and_neighbours(tool, prepare):
 
 
 def test_a_wrong_network_is_told(tool, prepare):
-    import pytest
-    from cpectl_sim import GatewayError
     prepare("[net] link add x type bogus\n")
     with pytest.raises(GatewayError, match="the network cannot be made"):
         tool("true")
@@ -255,11 +258,12 @@ def test_the_world_has_files_of_every_kind(tool, prepare):
     assert tool("cat", "/etc/link").output("stdout") == "\udcff\0"
 
 
+@pytest.mark.timing
 def test_a_script_waits_for_the_programs_end(tool, prepare):
-    prepare("[script /usr/sbin/cron.sh]\n    await-end 5\n    print late\n")
+    prepare("[script /usr/sbin/cron.sh]\n    await-end 15\n    print late\n")
     outcome = tool("sh", "-c", "/usr/sbin/cron.sh & sleep 0.2; echo early")
     assert outcome.output("stdout") == "early\nlate\n"
-    assert outcome.result.took < 4
+    assert outcome.result.took < 10
 
 
 def test_a_script_waits_for_the_programs_end_for_its_time_only(tool, prepare):

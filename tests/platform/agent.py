@@ -102,7 +102,7 @@ def udp(to, port, count, size, answer=0, seconds=0, keep=None, source=""):
         connection = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         connection.bind((source, 0))
         connection.connect((to, port))
-        connection.settimeout(5)
+        connection.settimeout(20)
     data = UDP_HEAD.pack(answer).ljust(size, b"x")
     begin = time.monotonic()
     for i in range(count):

@@ -91,7 +91,7 @@ class Gateway:
 
     def finish(self, process):
         """Its output, one JSON text a line."""
-        output, errors = process.communicate(timeout=20)
+        output, errors = process.communicate(timeout=60)
         assert process.returncode == 0 and errors == "", (process.returncode, errors)
         return [json.loads(line) for line in output.splitlines()]
 

@@ -97,7 +97,7 @@ class Real:
                                  f"ssid2={ssid}\n")
         self.process = subprocess.Popen(place.enter("hostapd", configuration),
                                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        end = time.monotonic() + 5
+        end = time.monotonic() + 20
         while not (folder / device).exists():
             assert self.process.poll() is None, self.process.stdout.read()
             assert time.monotonic() < end, "hostapd does not come up"
@@ -107,7 +107,7 @@ class Real:
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as own:
             own.bind(str(self.folder.parent / f"asking-{os.getpid()}"))
             try:
-                own.settimeout(5)
+                own.settimeout(20)
                 own.sendto(command.encode(), str(self.folder / self.device))
                 return own.recv(4096).decode()
             finally:
@@ -115,4 +115,4 @@ class Real:
 
     def close(self):
         self.process.terminate()
-        self.process.communicate(timeout=10)
+        self.process.communicate(timeout=60)

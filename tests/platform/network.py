@@ -68,7 +68,7 @@ class Place:
 
     def run(self, *command, **options):
         return subprocess.run(self.enter(*command), check=True, stdout=subprocess.PIPE, text=True,
-                              timeout=20, **options).stdout
+                              timeout=60, **options).stdout
 
     def ip(self, *lines):
         self.run("ip", "-batch", "-", input="\n".join(lines) + "\n")
@@ -78,7 +78,7 @@ class Place:
 
     def close(self):
         self.agent.stdin.close()
-        self.agent.wait(timeout=10)
+        self.agent.wait(timeout=60)
         self.agent.stdout.close()
         self.agent.stderr.close()
 

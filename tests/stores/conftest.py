@@ -87,7 +87,7 @@ class Library:
 
     def close(self):
         self.process.stdin.close()
-        assert self.process.wait(timeout=10) == 0
+        assert self.process.wait(timeout=60) == 0
 
 
 class Stores:
@@ -121,7 +121,7 @@ class Stores:
     def tool(self, *arguments, **options):
         return subprocess.run([self.programs.tool, *arguments], env=self.environment(),
                               stdout=options.pop("stdout", subprocess.PIPE),
-                              stderr=subprocess.PIPE, check=False, timeout=30, **options)
+                              stderr=subprocess.PIPE, check=False, timeout=60, **options)
 
     def faults_environment(self, at=0, do="", log=None, **more):
         return self.environment(
@@ -130,7 +130,7 @@ class Stores:
             **more)
 
     def tool_with_faults(self, *arguments, **faults):
-        return subprocess.run([self.programs.tool, *arguments], check=False, timeout=30,
+        return subprocess.run([self.programs.tool, *arguments], check=False, timeout=60,
                               env=self.faults_environment(**faults),
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 

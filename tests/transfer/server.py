@@ -12,7 +12,7 @@ import ssl
 import sys
 import time
 
-LIMIT = 4.0  # seconds to wait for a request that may never come
+LIMIT = 20.0  # seconds to wait for a request that may never come
 
 
 def offer(name="a.bin", **more):
