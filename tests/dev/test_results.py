@@ -1,5 +1,8 @@
 """The score keeping of ./dev test: every failure counts once, and nothing that failed is lost."""
+import os
 import pathlib
+import re
+import shutil
 import subprocess
 
 import pytest
@@ -8,6 +11,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 GOOD = '<testcase classname="a.b" name="good"/>'
 BAD = '<testcase classname="a.b" name="bad"><failure message="m">the reason</failure></testcase>'
+BAD_ALONE = '<testcase classname="a.b" name="bad"/>'
+BAD_SKIPPED = '<testcase classname="a.b" name="bad"><skipped message="m"/></testcase>'
 SKIPPED = ('<testcase classname="a.b" name="s"><skipped message="a.cpp:3&#10;no data here"/>'
            '</testcase>')
 CRASHED = ('<testcase name="unit.text" status="fail"><failure message=""/>'
@@ -42,6 +47,16 @@ def results(*arguments):
      "2 passed, 1 failed, 1 skipped"),
     ("a bad status without a failed test is a failure", 2, {"x.xml": suite(GOOD)},
      "1 passed, 1 failed, 0 skipped"),
+    ("what failed and passed alone has passed", 1,
+     {"x.xml": suite(GOOD, BAD), "x-alone.xml": suite(BAD_ALONE)}, "2 passed, 0 failed, 0 skipped"),
+    ("what failed alone as well has failed", 1,
+     {"x.xml": suite(GOOD, BAD), "x-alone.xml": suite(BAD)}, "1 passed, 1 failed, 0 skipped"),
+    ("what was skipped alone has failed", 1,
+     {"x.xml": suite(BAD), "x-alone.xml": suite(BAD_SKIPPED)}, "0 passed, 1 failed, 0 skipped"),
+    ("only the test itself counts", 1,
+     {"x.xml": suite(BAD), "x-alone.xml": suite(GOOD)}, "0 passed, 1 failed, 0 skipped"),
+    ("a run that broke off is not excused", 3,
+     {"x.xml": suite(GOOD, BAD), "x-alone.xml": suite(BAD_ALONE)}, "1 passed, 1 failed, 0 skipped"),
     ("half a list is a failure", 0, {"x.xml": "<testsuites><testsuite>"},
      "0 passed, 1 failed, 0 skipped"),
     ("programs: their tests count", 8,
@@ -69,6 +84,16 @@ def test_report_tells_each_failure_and_ends_with_the_total(tmp_path):
     assert done.stdout.endswith("\n1 passed, 2 failed, 1 skipped\n")
 
 
+def test_report_tells_what_passed_only_alone(tmp_path):
+    stage(tmp_path, "first", 1, {"first.xml": suite(GOOD, BAD),
+                                 "first-alone.xml": suite(BAD_ALONE)})
+    done = results("report", tmp_path)
+    assert done.returncode == 0
+    assert ("PASSED ALONE, failed among the others  the first: a/b: bad\n    the reason\n"
+            in done.stdout)
+    assert done.stdout.endswith("\n2 passed, 0 failed, 0 skipped\n")
+
+
 def test_report_says_why_a_stage_was_skipped(tmp_path):
     stage(tmp_path, "first", 77, log="asking\nno such machine here\n")
     stage(tmp_path, "second", 0)
@@ -88,3 +113,52 @@ def test_report_of_success(tmp_path):
 def test_nothing_passed_is_no_success(tmp_path):
     stage(tmp_path, "first", 0, {"first.xml": suite()})
     assert results("report", tmp_path).returncode == 1
+
+
+ONCE_BAD = """\
+import pathlib
+import pytest
+
+
+def passes_from_now_on(name):
+    fresh = not pathlib.Path(name).exists()
+    pathlib.Path(name).touch()
+    assert not fresh
+
+
+@pytest.mark.timing
+def test_that_measures():
+    passes_from_now_on("measured")
+
+
+@pytest.mark.timing
+def test_that_measures_what_is_broken():
+    assert False
+
+
+def test_that_does_not_measure():
+    passes_from_now_on("plain")
+
+
+def test_good():
+    pathlib.Path("count").open("a").write("x")
+"""
+
+
+def test_only_what_measures_runs_once_more(tmp_path):
+    project, folder = tmp_path / "project", tmp_path / "results"
+    for path in (project, folder):
+        path.mkdir()
+    shutil.copy(ROOT / "pytest.ini", project)
+    (project / "test_it.py").write_text(ONCE_BAD)
+    done = subprocess.run(
+        ["bash", "-c", "source tools/dev/lib/tests.sh; run_pytest x test_it.py"], cwd=ROOT,
+        env={**os.environ, "ROOT": project, "BUILD": tmp_path, "RESULTS": folder}, check=False)
+    stage(folder, "x", done.returncode)
+    report = results("report", folder).stdout
+    assert sorted(re.findall("--- (.*): .*: test_(.*)", report)) == [
+        ("FAILED  the x", "that_does_not_measure"),
+        ("FAILED  the x", "that_measures_what_is_broken"),
+        ("PASSED ALONE, failed among the others  the x", "that_measures")]
+    assert report.endswith("\n2 passed, 2 failed, 0 skipped\n")
+    assert (project / "count").read_text() == "x"

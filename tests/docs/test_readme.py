@@ -24,6 +24,7 @@ def comparable(text):
     return re.sub(r'\{"ip":.*\}(?=\])', lambda _: hosts, text)
 
 
+@pytest.mark.timing
 def test_the_session_is_real(project, tmp_path):
     """Its requests, one after the other on one gateway."""
     shown = list(sessions((project / "README.md").read_text("utf-8")))

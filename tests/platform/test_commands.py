@@ -7,6 +7,8 @@ import pytest
 import hostapd
 import network as office
 
+pytestmark = pytest.mark.timing
+
 TOLERANCE = 0.5       # of a rate over the quarter of a second that a first query takes
 IP_UDP = 28           # bytes before each datagram's payload, as flows are counted
 ETHERNET = 14         # and as devices count them, besides

@@ -8,6 +8,8 @@ import pytest
 
 import network as office
 
+pytestmark = pytest.mark.timing
+
 FIRST, SECOND = office.OFFICE
 SAMPLE_TIME = 0.25    # over which two readings are taken
 RECENT = 10           # a query so many seconds ago is measured from

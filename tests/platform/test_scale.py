@@ -4,6 +4,8 @@ import pytest
 import hostapd
 import network as office
 
+pytestmark = pytest.mark.timing
+
 HOSTS = 1000
 STATIONS = 200
 IP_UDP = 28

@@ -9,6 +9,8 @@ import pytest
 
 import hostapd
 
+pytestmark = pytest.mark.timing
+
 ANSWER_TIME = 0.5   # that one answer may take
 WALK_TIME = 2.0     # that all may take
 SPARE_TIME = 0.4    # what a call may take besides: two processors run all tests at once

@@ -8,6 +8,8 @@ import pytest
 
 import network as office
 
+pytestmark = pytest.mark.timing
+
 SAMPLE_TIME = 0.25       # over which two readings are taken
 RECENT = 10              # a query so many seconds ago is measured from
 SPARE_TIME = 0.2         # what a call may take besides: two processors run all tests at once

@@ -6,6 +6,8 @@ import time
 
 import pytest
 
+pytestmark = pytest.mark.timing
+
 SETTLED = 2.6  # seconds after which a process relies on what it has read
 
 
@@ -18,7 +20,7 @@ def reads_of(library, path):
 
     def count():
         tracer.terminate()
-        return sum(str(path) in line for line in tracer.communicate(timeout=10)[1].splitlines())
+        return sum(str(path) in line for line in tracer.communicate(timeout=60)[1].splitlines())
 
     return count
 

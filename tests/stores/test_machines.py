@@ -7,6 +7,8 @@ import subprocess
 import pytest
 from conftest import HERE, ROOT
 
+pytestmark = pytest.mark.timing
+
 SUBSTITUTES = ROOT / "substitutes"
 SOURCES = [SUBSTITUTES / name for name in (
     "nvram/nvram.cpp", "store/kept_text.cpp", "store/entries.cpp", "store/latest.cpp",

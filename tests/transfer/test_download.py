@@ -4,6 +4,8 @@ import pytest
 
 import beside
 
+pytestmark = pytest.mark.timing
+
 WORLD = """
 [nvram]     LAN_DEF_MAC=00:11:22:33:44:55
             PRODUCT_TYPE=QRX30

@@ -9,7 +9,8 @@ import pytest
 import beside
 
 NGINX = shutil.which("nginx", path="/usr/sbin:/usr/bin")
-pytestmark = pytest.mark.skipif(not NGINX, reason="nginx is not installed")
+pytestmark = [pytest.mark.timing,
+              pytest.mark.skipif(not NGINX, reason="nginx is not installed")]
 
 CONFIGURATION = """
 daemon off;

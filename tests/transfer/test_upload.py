@@ -9,6 +9,8 @@ import pytest
 
 import beside
 
+pytestmark = pytest.mark.timing
+
 # The command, the file, and the name that the server sees.
 UPLOADS = [
     ("ipsecConfGet", "/disk/conf/ipsec.cfg", "ipsec.cfg"),

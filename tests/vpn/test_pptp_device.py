@@ -6,6 +6,8 @@ import pytest
 
 import beside
 
+pytestmark = pytest.mark.timing
+
 # Makes the device, sends through it, tells the counts, and runs the request while it is there.
 TRAFFIC = """
 import fcntl, json, os, select, socket, struct, subprocess, sys

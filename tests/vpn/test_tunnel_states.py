@@ -122,6 +122,7 @@ def status_of_many(count):
     return "".join(line + "\n" for line in lines).encode()
 
 
+@pytest.mark.timing
 def test_500_tunnels_and_5000_status_lines(office):
     status = status_of_many(500)
     assert status.count(b"\n") == 5000

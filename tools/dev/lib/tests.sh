@@ -31,14 +31,24 @@ unit_tests() { # RESULT BUILD
 }
 
 # pytest with two processes for each processor, since many tests wait: for a pause of the program or
-# a script, say. Tests of one group share a process.
+# a script, say. Tests of one group share a process. What failed of the tests that are marked as
+# `timing` runs once more, alone; a few failures there are enough.
 run_pytest() { # RESULT ARGUMENT...
     local result=$1 status=0
     shift
-    (cd "$ROOT" && /usr/bin/python3 -m pytest -q -n "$((2 * $(nproc)))" --dist loadgroup \
-        -p no:cacheprovider --junit-xml="$RESULTS/$result.xml" "$@") || status=$?
+    pytest_here "$result" "$result" -n "$((2 * $(nproc)))" --dist loadgroup "$@" || status=$?
+    ((status != 1)) ||
+        pytest_here "$result" "$result-alone" --last-failed -m timing --maxfail=3 "$@" || true
     # 5 says that no test was chosen.
     ((status == 5 && ${#chosen[@]} > 0)) || return "$status"
+}
+
+# The first name is that of the notes on what failed, the second that of the list of results.
+pytest_here() { # NOTES RESULT ARGUMENT...
+    local notes=$1 result=$2
+    shift 2
+    (cd "$ROOT" && /usr/bin/python3 -m pytest -q -o "cache_dir=$RESULTS/failed/$notes" \
+        --junit-xml="$RESULTS/$result.xml" "$@")
 }
 
 # The request cases on one program.
