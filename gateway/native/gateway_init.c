@@ -178,12 +178,22 @@ static void redirect(int number, const char* target) {
     close(file);
 }
 
-static pid_t program_start(const struct Options* options, const sigset_t* signals) {
+// Each signal does what it does by default, whatever this run was started with: in the background
+// or under nohup, some are ignored.
+static void signals_reset(void) {
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, NULL);
+    for (int number = 1; number < NSIG; number++)
+        signal(number, SIG_DFL);
+}
+
+static pid_t program_start(const struct Options* options) {
     pid_t program = fork();
     if (program < 0) fail("fork");
     if (program > 0) return program;
 
-    sigprocmask(SIG_SETMASK, signals, NULL);
+    signals_reset();
     redirect(STDERR_FILENO, options->errors);
     redirect(STDOUT_FILENO, options->output);
     execv(options->program[0], options->program);
@@ -219,14 +229,14 @@ static pid_t child_wait(int* status, int64_t deadline) {
 static int supervise(const struct Options* options) {
     // Orphans of the program come to this process, those of the helpers do not.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
-    sigset_t before, child_ended;
+    sigset_t child_ended;
     sigemptyset(&child_ended);
     sigaddset(&child_ended, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &child_ended, &before);
+    sigprocmask(SIG_BLOCK, &child_ended, NULL);
 
     int64_t start = now_microseconds();
     int64_t deadline = options->program_seconds ? start + options->program_seconds * 1000000 : 0;
-    pid_t program = program_start(options, &before);
+    pid_t program = program_start(options);
     int status = 0;
     pid_t ended;
     do {

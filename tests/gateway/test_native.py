@@ -1,5 +1,6 @@
 """What runs inside the gateway: the shell, the recorder, the first process, the libraries."""
 
+import signal
 import time
 
 import pytest
@@ -137,6 +138,14 @@ def test_an_endless_program_is_ended(gateway, tool):
 
 def test_a_signal_is_told(tool):
     assert tool("sh", "-c", "kill -SEGV $$").result.exit_line() == "signal 11"
+
+
+def test_signals_that_are_ignored_outside_do_as_ever_inside(tool):
+    before = signal.signal(signal.SIGHUP, signal.SIG_IGN)
+    try:
+        assert tool("sh", "-c", "kill -HUP $$").result.exit_line() == "signal 1"
+    finally:
+        signal.signal(signal.SIGHUP, before)
 
 
 @pytest.mark.timing
