@@ -49,7 +49,7 @@ class World:
     http: list = field(default_factory=list)        # (port, status, delay, path, body)
     env: dict = field(default_factory=dict)
     output: str = None
-    seconds: int = 20             # for the program, in tests
+    seconds: int = 60             # for the program, in tests
     background_seconds: int = 10  # for what it leaves behind
 
     def net_lines(self):
