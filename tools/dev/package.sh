@@ -21,7 +21,9 @@ package_debian() {
         return 1
     }
     rm -rf "$folder/cpectl"
-    lintian --allow-root --fail-on error "$folder"/*.changes || return
+    mkdir "$folder/tmp" # lintian leaves files behind
+    TMPDIR=$folder/tmp lintian --allow-root --fail-on error "$folder"/*.changes || return
+    rm -rf "${folder:?}/tmp"
     ls "$folder"/*.deb
 }
 
