@@ -1,8 +1,9 @@
 // Stations: what no request reaches. The snapshot of the hosts with its log, the acknowledged
-// interval, and the starts of the wireless configuration script.
+// interval, the starts of the wireless configuration script, and a list that goes round in a ring.
 #include "platform/stations.h"
 
 #include <cjson/cJSON.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include "hostsort.h"
 #include "log/log.h"
 #include "support.h"
+#include "wum.h"
 
 extern "C" {
 int __wrap_system(const char* command);
@@ -31,6 +33,8 @@ using Texts = std::vector<std::string>;
 Texts g_hosts;
 Texts g_calls;
 std::map<std::string, std::string> g_macs;
+
+std::vector<StationRecord> g_stations;
 
 Texts g_commands;     // what was handed to the shell
 std::string g_count;  // what the first captured command prints
@@ -102,6 +106,10 @@ int hostsort_get_next(void* record, int index) {
     return 0;
 }
 
+void* Web_STAinfo_Get(void) {
+    return g_stations.empty() ? nullptr : g_stations.data();
+}
+
 int __wrap__Z7get_macPKcPc(const char* ip, char* out) {
     const auto found = g_macs.find(ip);
     if (found == g_macs.end()) return -1;
@@ -129,6 +137,53 @@ int __wrap_pclose(FILE* stream) {
 }
 
 }  // extern "C"
+
+// ---- The list -----------------------------------------------------------------------------------
+
+namespace {
+
+// A list of stations whose last one is followed by number `next`.
+void stations_reset(const Texts& addresses, std::size_t next) {
+    g_stations.assign(addresses.size(), StationRecord{});
+    for (std::size_t i = 0; i < addresses.size(); i++) {
+        memcpy(g_stations[i].ip, addresses[i].c_str(), addresses[i].size() + 1);
+        g_stations[i].next = &g_stations[i + 1 < addresses.size() ? i + 1 : next];
+    }
+}
+
+std::string types_of_hosts() {
+    std::string types;
+    cJSON* array = cJSON_CreateArray();
+    EXPECT_EQ(add_data_userinfo(array), 0);
+    const cJSON* entry;
+    cJSON_ArrayForEach(entry, array) {
+        char* type = cJSON_PrintUnformatted(cJSON_GetObjectItem(entry, "ty"));
+        types += type ? type : "?";
+        cJSON_free(type);
+    }
+    cJSON_Delete(array);
+    return types;
+}
+
+}  // namespace
+
+TEST(StationList, ThatGoesRoundInARingEnds) {
+    run_apart([] {
+        alarm(60);
+        for (int count = 1; count <= 20; count++) {
+            const Texts stations = many_hosts(count);
+            Texts hosts = stations;
+            hosts.emplace_back("192.0.2.1");
+            hosts_reset(hosts);
+            for (int next = 0; next < count; next++) {
+                SCOPED_TRACE(std::to_string(count) + " stations, the last is followed by number " +
+                             std::to_string(next));
+                stations_reset(stations, static_cast<std::size_t>(next));
+                EXPECT_EQ(types_of_hosts(), std::string(stations.size(), '2') + "1");
+            }
+        }
+    });
+}
 
 // ---- The snapshot -------------------------------------------------------------------------------
 
