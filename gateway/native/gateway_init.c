@@ -97,20 +97,34 @@ static void commands_start(void) {
 
 // ---- files that read differently each time
 
-// Copies one prepared reading into the FIFO for the next reader, and waits until that reader has
-// closed it: a reader that comes after must not see the rest.
-static void feed_once(const char* fifo, const char* reading, int watch) {
-    int out = open(fifo, O_WRONLY | O_CLOEXEC);
+// A prepared reading, from malloc, and its size in bytes.
+static char* reading_load(const char* name, size_t* size) {
     char path[256];
-    snprintf(path, sizeof path, RUN_DIR "/%s", reading);
-    int in = open(path, O_RDONLY | O_CLOEXEC);
-    if (out < 0 || in < 0) fail(fifo);
-    char part[4096];
-    for (ssize_t count; (count = read(in, part, sizeof part)) > 0;) {
-        if (write(out, part, (size_t)count) != count) break;  // the reader had enough
+    snprintf(path, sizeof path, RUN_DIR "/%s", name);
+    int file = open(path, O_RDONLY | O_CLOEXEC);
+    struct stat status;
+    if (file < 0 || fstat(file, &status) != 0) fail(path);
+    *size = (size_t)status.st_size;
+    char* content = malloc(*size + 1);
+    if (!content || read(file, content, *size) != (ssize_t)*size) fail(path);
+    close(file);
+    return content;
+}
+
+// Copies one prepared reading into the FIFO for the next reader, and waits until that reader has
+// closed it: a reader that comes after must not see the rest. So all of it goes in by one write,
+// and this end is closed before a reader that stops early can be followed by the next.
+static void feed_once(const char* fifo, const char* reading, int watch) {
+    size_t size;
+    char* content = reading_load(reading, &size);
+    int out = open(fifo, O_WRONLY | O_CLOEXEC);
+    if (out < 0) fail(fifo);
+    fcntl(out, F_SETPIPE_SZ, (int)size);  // if it may be so large
+    if (write(out, content, size) < 0) {
+        // The reader had enough.
     }
-    close(in);
     close(out);
+    free(content);
     char event[sizeof(struct inotify_event) + 256];
     if (read(watch, event, sizeof event) < 0) fail("inotify");
 }

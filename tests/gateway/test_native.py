@@ -167,6 +167,7 @@ def test_readings_follow_each_other(tool, prepare):
         "one", "first", "two", "lines", "last", "two", "lines", "last"]
 
 
+@pytest.mark.timing
 def test_a_reader_that_stops_early_gets_no_second_reading(tool, prepare):
     prepare("[reading /proc/stat 1] {{x*100000}}\n[reading /proc/stat 2] two\n")
     outcome = tool("sh", "-c", "dd if=/proc/stat bs=1 count=3 2>/dev/null; cat /proc/stat")
